@@ -1,0 +1,33 @@
+#ifndef NUBO_NET_WEBSOCKETSENDER_H
+#define NUBO_NET_WEBSOCKETSENDER_H
+
+#include <Nubo/Export.h>
+#include <Poco/Net/WebSocket.h>
+
+#include <string>
+
+namespace Nubo::Net {
+
+// The only two ways to write on a WebSocket that a connection manager serves. They take the connection's send
+// lock, which the manager honours too, so that frames of two threads never mix in the stream. The lock is
+// found by the socket's implementation: it exists from addConnection() until the manager has closed the
+// descriptor. For a socket without one, the plain operation of Poco::Net::WebSocket is called.
+
+/// Sends `text` as one frame.
+/// @param flags  FIN and opcode of the frame: Poco::Net::WebSocket::FRAME_TEXT or FRAME_BINARY.
+/// Blocks while the peer does not read, but no longer than TransportLimits::SEND_STALL without progress and
+/// SEND_TOTAL in all; then the connection is over. Called from a delegate of the manager's own events it
+/// never blocks: what the peer does not take at once waits in a queue of TransportLimits::MAX_QUEUED_BYTES.
+/// @throws Poco::TimeoutException after those times; Poco::Net::InvalidSocketException when the connection
+/// has
+///     ended; Poco::IOException when the queue is full, and for errors of the socket (any Poco::Exception).
+ZOL_EXPORT void sendFrame(Poco::Net::WebSocket& socket, const std::string& text, int flags);
+
+/// Sends the socket's close frame, code 1000; nothing can be sent afterwards. The manager then waits for the
+/// peer's answer for TransportLimits::CLOSE_LINGER and closes the descriptor. Does nothing when a close frame
+/// has been sent before. Blocks and throws like sendFrame().
+ZOL_EXPORT void sendClose(Poco::Net::WebSocket& socket);
+
+}  // namespace Nubo::Net
+
+#endif

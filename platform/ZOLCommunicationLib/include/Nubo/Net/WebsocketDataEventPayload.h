@@ -1,0 +1,31 @@
+#ifndef NUBO_NET_WEBSOCKETDATAEVENTPAYLOAD_H
+#define NUBO_NET_WEBSOCKETDATAEVENTPAYLOAD_H
+
+#include <Nubo/Export.h>
+#include <Nubo/Net/WebsocketEventPayload.h>
+
+#include <string>
+
+namespace Nubo::Net {
+
+/// Data that came over a connection: from the manager one whole message, after the splitter one JSON object.
+class ZOL_EXPORT WebsocketDataEventPayload : public WebsocketEventPayload {
+public:
+    /// Empty data, flags 0. The proxy's lifetime is as in WebsocketEventPayload.
+    explicit WebsocketDataEventPayload(WebSocketProxy& proxy);
+    explicit WebsocketDataEventPayload(const Poco::SharedPtr<WebSocketProxy>& proxy);
+
+    WebsocketDataEventPayload(const WebsocketDataEventPayload& other);
+
+    /// Takes over the data of `other`, which stays a payload of the same connection, with empty data.
+    WebsocketDataEventPayload(WebsocketDataEventPayload&& other);
+
+    ~WebsocketDataEventPayload() override;
+
+    std::string data;  ///< the payload text
+    int flags;         ///< FIN and opcode as in RFC 6455, 5.2: 0x81 for a text message, 0x82 for a binary one
+};
+
+}  // namespace Nubo::Net
+
+#endif

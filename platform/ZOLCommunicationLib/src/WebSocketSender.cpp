@@ -1,0 +1,21 @@
+#include <Nubo/Net/WebSocketSender.h>
+
+#include "SendRegistry.h"
+
+namespace Nubo::Net {
+
+void sendFrame(Poco::Net::WebSocket& socket, const std::string& text, int flags) {
+    if (const auto channel = SendRegistry::find(socket))
+        channel->send(socket, text, flags);
+    else
+        socket.sendFrame(text.data(), static_cast<int>(text.size()), flags);
+}
+
+void sendClose(Poco::Net::WebSocket& socket) {
+    if (const auto channel = SendRegistry::find(socket))
+        channel->sendClose(socket);
+    else
+        socket.shutdown();
+}
+
+}  // namespace Nubo::Net

@@ -1,0 +1,20 @@
+#include <Nubo/Net/WebsocketDataEventPayload.h>
+
+#include <utility>
+
+namespace Nubo::Net {
+
+WebsocketDataEventPayload::WebsocketDataEventPayload(WebSocketProxy& proxy)
+    : WebsocketEventPayload(proxy, std::string()), flags(0) {}
+
+WebsocketDataEventPayload::WebsocketDataEventPayload(const Poco::SharedPtr<WebSocketProxy>& proxy)
+    : WebsocketEventPayload(proxy, std::string()), flags(0) {}
+
+WebsocketDataEventPayload::WebsocketDataEventPayload(const WebsocketDataEventPayload& other) = default;
+
+WebsocketDataEventPayload::WebsocketDataEventPayload(WebsocketDataEventPayload&& other)
+    : WebsocketEventPayload(other), data(std::exchange(other.data, std::string())), flags(other.flags) {}
+
+WebsocketDataEventPayload::~WebsocketDataEventPayload() = default;
+
+}  // namespace Nubo::Net

@@ -1,0 +1,23 @@
+#ifndef NUBO_COMMAND_RENDERCRITERION_H
+#define NUBO_COMMAND_RENDERCRITERION_H
+
+#include <Nubo/Command/QueryParameter.h>
+#include <Nubo/Export.h>
+
+#include <string>
+
+namespace Nubo::Command {
+
+/// A query parameter that says how the answer shall be written: `$fields=a,b`, `$expand=2`. A value; any
+/// thread.
+class ZOL_EXPORT RenderCriterion : public QueryParameter {
+public:
+    static const std::string
+        EXPAND;  ///< name of the expansion level: linked elements in place, N levels deep
+
+    explicit RenderCriterion(const QueryParameter& parameter);
+};
+
+}  // namespace Nubo::Command
+
+#endif

@@ -1,0 +1,37 @@
+#ifndef LOGGING_LOG_H
+#define LOGGING_LOG_H
+
+#include <Nubo/Export.h>
+#include <Poco/Logger.h>
+#include <Poco/Message.h>
+
+namespace Logging {
+
+/// The one logger of the process that all lines of these libraries go through. It is the POCO logger named
+/// "ZOL"; an application configures it with POCO's own means, for example
+/// `Logging::Log::Logger().setChannel(channel)` and `.setLevel(Poco::Message::PRIO_INFORMATION)`. It starts
+/// with the channel and level that POCO's root logger has at the first use.
+///
+/// Both operations may be called on any thread at any time, also while static objects are being destroyed:
+/// the logger is created at the first use and is never released, whatever Poco::Logger::shutdown() and
+/// destroy() do. Neither blocks, but for the first use in the process. POCO does not guard a logger's level
+/// and channel: change them while nothing logs.
+class ZOL_EXPORT Log {
+public:
+    Log() = delete;
+
+    /// The logger, valid to the end of the process.
+    static Poco::Logger& Logger();
+
+    /// Whether a message of that priority would be written: follows the level that is set on Logger(). Costs
+    /// a call and two loads; meant to stand before everything else that a line costs, so it does not call
+    /// Logger().
+    static bool IsLogLevelActive(Poco::Message::Priority priority);
+
+private:
+    static Poco::Logger& instance();
+};
+
+}  // namespace Logging
+
+#endif

@@ -1,0 +1,11 @@
+#include <Nubo/Util/DataMessageBase.h>
+
+namespace Nubo::Util {
+
+DataMessageBase::DataMessageBase() = default;
+
+DataMessageBase::~DataMessageBase() = default;
+
+void DataMessageBase::destroyData() {}
+
+}  // namespace Nubo::Util

@@ -1,0 +1,9 @@
+#include <Nubo/Util/IUncopyable.h>
+
+namespace Nubo::Util {
+
+IUncopyable::IUncopyable() = default;
+
+IUncopyable::~IUncopyable() = default;
+
+}  // namespace Nubo::Util
