@@ -1,0 +1,156 @@
+#include <Logging/LogLine.h>
+#include <Nubo/Client/ClientLib.h>
+#include <Nubo/Net/WebSocketProxy.h>
+#include <Poco/Delegate.h>
+#include <Poco/Exception.h>
+
+#include <algorithm>
+
+#include "NonNull.h"
+
+namespace Nubo::Client {
+
+using Nubo::Net::WebsocketConnectionManager;
+using Nubo::Net::WebsocketDataEventPayload;
+using Nubo::Net::WebsocketDataObjectSplitter;
+using Nubo::Net::WebsocketEventPayload;
+
+namespace {
+constexpr const char* GET_SERVICE_HANDLER =
+    "virtual Nubo::Client::ServiceHandler::Ptr Nubo::Client::ClientLib::getServiceHandler(const string&) "
+    "const";
+}
+
+ClientLib::ClientLib(IMessageSyncInterface* msgSync, const ClientLibParameters& params)
+    : _iMsgSync(msgSync),
+      m_disposing(false),
+      _params(params),
+      _srServiceHandler(new SRServiceHandler(this, msgSync, params.timeoutBeforePingServiceRegistry)) {
+    _srServiceHandler->MicroServiceRegistrationChanged +=
+        Poco::delegate(this, &ClientLib::HandleServiceRegistryAvailabilityChanged);
+}
+
+ClientLib::~ClientLib() {
+    try {
+        shutdown();
+    } catch (...) {
+        // A handler or mutex that fails here must not keep the rest from being released.
+    }
+    _services.clear();
+    _replacedHandlers.clear();
+}
+
+void ClientLib::startup() {
+    m_disposing = false;
+    {
+        std::lock_guard<std::mutex> lock(_mutexManager);
+        _wsConnectionManager = new WebsocketConnectionManager;
+    }
+    _wsOjectSplitter = new WebsocketDataObjectSplitter;
+    _wsOjectSplitter->ObjectAvailable += Poco::delegate(this, &ClientLib::DataAvailableHandler);
+    _wsConnectionManager->DataAvailable +=
+        Poco::delegate(_wsOjectSplitter.get(), &WebsocketDataObjectSplitter::onDataBlockAvailable);
+    _wsConnectionManager->SocketClosed += Poco::delegate(this, &ClientLib::SocketClosedHandler);
+    _srServiceHandler->start();  // Poco::NullPointerException after shutdown()
+}
+
+void ClientLib::shutdown() {
+    if (m_disposing) return;
+    m_disposing = true;
+    unwireTransport();
+    for (auto& handler : handlers()) {
+        if (handler) handler->shutdown();
+    }
+    if (_srServiceHandler) {  // null when a startup() after shutdown() has failed
+        _srServiceHandler->shutdown();
+        _srServiceHandler->MicroServiceRegistrationChanged -=
+            Poco::delegate(this, &ClientLib::HandleServiceRegistryAvailabilityChanged);
+        _srServiceHandler = nullptr;
+    }
+    closeConnections();
+    {
+        // Swapped out: the manager's destructor joins its thread, which must not happen under the lock.
+        Poco::SharedPtr<WebsocketConnectionManager> manager;
+        std::lock_guard<std::mutex> lock(_mutexManager);
+        manager.swap(_wsConnectionManager);
+    }
+    _wsOjectSplitter = nullptr;
+}
+
+void ClientLib::unwireTransport() {
+    if (!_wsConnectionManager || !_wsOjectSplitter) return;
+    _wsConnectionManager->DataAvailable -=
+        Poco::delegate(_wsOjectSplitter.get(), &WebsocketDataObjectSplitter::onDataBlockAvailable);
+    _wsOjectSplitter->ObjectAvailable -= Poco::delegate(this, &ClientLib::DataAvailableHandler);
+    _wsConnectionManager->SocketClosed -= Poco::delegate(this, &ClientLib::SocketClosedHandler);
+}
+
+void ClientLib::closeConnections() {
+    // A copy: a reconnect thread on its way out may still add a worker. The entries stay until destruction.
+    WebsocketRequestHandlerContainer connections;
+    {
+        Poco::Mutex::ScopedLock lock(_mutexConnections);
+        connections = _connections;
+    }
+    for (const auto& worker : connections) {
+        const auto socket = worker->getSocket();
+        if (!socket) continue;
+        try {
+            Nubo::Net::WebSocketProxy(socket, _wsConnectionManager.get()).shutdown();
+        } catch (...) {
+            // One socket that cannot be closed must not keep the others open.
+        }
+    }
+}
+
+ServiceHandler::Ptr ClientLib::addService(ServiceHandler::Ptr handler) {
+    releaseReplacedHandlers();
+    ServiceHandler::Ptr& entry = _services[handler->getServiceName()];
+    ServiceHandler::Ptr replaced = entry;
+    entry = handler;
+    // Replaced from inside its own callback: it must survive until the callback has returned.
+    if (replaced && replaced->hasActivities()) _replacedHandlers.push_back(replaced);
+    handler->setReconnectParameters(_params.countConnectService_Retry, _params.delayConnectService_Retry);
+    handler->start();
+    return handler;
+}
+
+void ClientLib::releaseReplacedHandlers() {
+    const auto idle = [](ServiceHandler::Ptr& handler) { return !handler->hasActivities(); };
+    _replacedHandlers.erase(std::remove_if(_replacedHandlers.begin(), _replacedHandlers.end(), idle),
+                            _replacedHandlers.end());
+}
+
+ServiceHandler::Ptr ClientLib::getServiceHandler(const std::string& serviceName) const {
+    const auto found = _services.find(serviceName);
+    if (found != _services.end()) return found->second;
+    ZOL_LOG_ERROR(GET_SERVICE_HANDLER << ": getServiceHandler returned nullptr for service: " << serviceName);
+    return nullptr;
+}
+
+WebSocketRequestHandler::Ptr ClientLib::getServiceRegistryWebSocket() const {
+    return _srServiceHandler->getWebSocket();
+}
+
+void ClientLib::HandleServiceRegistryAvailabilityChanged(
+    const ServiceHandler::ServiceRegistrationEventData_t& data) {
+    if (m_disposing) return;
+    const bool available = nonNull(data.handler).isAvailable();
+    for (auto& handler : handlers()) {
+        if (available) {
+            handler->start();
+        } else {
+            handler->shutdown();
+        }
+    }
+}
+
+// In key order. A copy: listeners may add or replace services from within start() and shutdown().
+std::vector<ServiceHandler::Ptr> ClientLib::handlers() const {
+    std::vector<ServiceHandler::Ptr> all;
+    all.reserve(_services.size());
+    for (const auto& entry : _services) all.push_back(entry.second);
+    return all;
+}
+
+}  // namespace Nubo::Client

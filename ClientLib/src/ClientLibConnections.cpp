@@ -1,0 +1,184 @@
+// WebSockets of the ClientLib: opening, keep-alive, and the way from the connection manager to the workers.
+
+#include <Logging/LogLine.h>
+#include <Nubo/Client/ClientLib.h>
+#include <Nubo/Net/UpgradeSession.h>
+#include <Nubo/Net/WebSocketProxy.h>
+#include <Poco/Exception.h>
+#include <Poco/Net/HTTPRequest.h>
+#include <Poco/Net/HTTPResponse.h>
+#include <netinet/in.h>
+#include <netinet/tcp.h>
+#include <sys/socket.h>
+
+#include <algorithm>
+
+namespace Nubo::Client {
+
+using Nubo::Net::WebsocketDataEventPayload;
+using Nubo::Net::WebsocketEventPayload;
+using Poco::Net::WebSocket;
+using Lock = Poco::Mutex::ScopedLock;
+
+namespace {
+
+constexpr const char* CREATE_NEW_WEBSOCKET =
+    "virtual Nubo::Client::WebSocketRequestHandler::Ptr Nubo::Client::ClientLib::createNewWebsocket("
+    "const string&, const string&, int, uint32_t)";
+constexpr const char* SOCKET_CLOSED_HANDLER =
+    "virtual void Nubo::Client::ClientLib::SocketClosedHandler(const Nubo::Net::WebsocketEventPayload&)";
+constexpr const char* DESTROY_WEBSOCKET =
+    "virtual void Nubo::Client::ClientLib::destroyWebsocket(Nubo::Client::WebSocketRequestHandler::Ptr)";
+
+// By exact text: a host name, or another loopback address, counts as external.
+bool isLocalAddress(const std::string& address) {
+    return address == "127.0.0.1" || address == "::1" || address == "[::1]";
+}
+
+struct KeepaliveOption_t {
+    int option;
+    const char* name;
+    uint32_t value;
+};
+
+}  // namespace
+
+WebSocketRequestHandler::Ptr ClientLib::createNewWebsocket(const std::string& service,
+                                                           const std::string& address, int port,
+                                                           uint32_t timeoutBeforePing) {
+    ZOL_LOG_INFO(CREATE_NEW_WEBSOCKET << ": " << service << ", addr: " << address << ", port: " << port
+                                      << ", timeoutBeforePing: " << timeoutBeforePing);
+    auto socket = upgrade(service, address, port);
+    if (_params.tcp_keepalive_enabled) setTcpKeepaliveParameters(socket, isLocalAddress(address));
+    return registerConnection(socket, static_cast<long>(timeoutBeforePing));
+}
+
+Poco::SharedPtr<WebSocket> ClientLib::upgrade(const std::string& service, const std::string& address,
+                                              int port) {
+    Nubo::Net::UpgradeSession session(address, static_cast<Poco::UInt16>(port), connectionManager());
+    Poco::Net::HTTPRequest request(Poco::Net::HTTPRequest::HTTP_GET, createQuery("/" + service, "", 0, ""),
+                                   Poco::Net::HTTPRequest::HTTP_1_1);
+    Poco::Net::HTTPResponse response;
+    Poco::SharedPtr<WebSocket> socket(new WebSocket(session, request, response));
+    session.upgradeDone();
+    return socket;
+}
+
+// The worker is in the list before the manager reads the socket: a frame or a close that comes at once finds
+// it.
+WebSocketRequestHandler::Ptr ClientLib::registerConnection(Poco::SharedPtr<WebSocket>& socket,
+                                                           long timeoutMs) {
+    auto manager = connectionManager();
+    if (!manager) throw Poco::NullPointerException();
+    WebSocketRequestHandler::Ptr worker(new WebSocketRequestHandler(socket));
+    {
+        Lock lock(_mutexConnections);
+        _connections.push_back(worker);
+    }
+    try {
+        manager->addConnection(socket, timeoutMs);
+    } catch (...) {
+        Lock lock(_mutexConnections);
+        _connections.erase(std::remove(_connections.begin(), _connections.end(), worker), _connections.end());
+        throw;
+    }
+    return worker;
+}
+
+Poco::SharedPtr<Nubo::Net::WebsocketConnectionManager> ClientLib::connectionManager() const {
+    std::lock_guard<std::mutex> lock(_mutexManager);
+    return _wsConnectionManager;
+}
+
+void ClientLib::destroyWebsocket(WebSocketRequestHandler::Ptr wsReqHandler) {
+    ZOL_LOG_DEBUG(DESTROY_WEBSOCKET);
+    if (!wsReqHandler) return;
+    const auto socket = wsReqHandler->getSocket();
+    // A worker that was shut down has no socket any more, by which it could be told from others of that kind.
+    const auto isSame = [&](const WebSocketRequestHandler::Ptr& worker) {
+        return worker->getSocket() == socket && (socket || worker == wsReqHandler);
+    };
+    Lock lock(_mutexConnections);
+    const auto found = std::find_if(_connections.begin(), _connections.end(), isSame);
+    if (found != _connections.end()) _connections.erase(found);
+}
+
+// Held lock: _mutexConnections. A worker without a socket has shut down and owns none.
+ClientLib::WebsocketRequestHandlerContainer::iterator ClientLib::findConnection(const WebSocket& socket) {
+    return std::find_if(_connections.begin(), _connections.end(),
+                        [&](const WebSocketRequestHandler::Ptr& worker) {
+                            const auto own = worker->getSocket();
+                            return own && own->impl() == socket.impl();
+                        });
+}
+
+void ClientLib::DataAvailableHandler(const WebsocketDataEventPayload& data) {
+    WebSocketRequestHandler::Ptr worker;
+    {
+        Lock lock(_mutexConnections);
+        const auto found = findConnection(*data.webSocketProxy.webSocket);
+        if (found != _connections.end()) worker = *found;
+    }
+    if (!worker || m_disposing) return;
+    worker->enqueueSocketData(data);
+    SocketDataAvailable.notify(this, data);
+}
+
+void ClientLib::SocketClosedHandler(const WebsocketEventPayload& payload) {
+    ZOL_LOG_DEBUG(SOCKET_CLOSED_HANDLER);
+    WebSocketRequestHandler::Ptr worker;
+    {
+        Lock lock(_mutexConnections);
+        const auto found = findConnection(*payload.webSocketProxy.webSocket);
+        if (found != _connections.end()) {
+            worker = *found;
+            _connections.erase(found);
+        }
+    }
+    if (!worker || m_disposing) return;
+    worker->socketClosedHandler(payload);
+    SocketClosed.notify(this, payload);
+}
+
+bool ClientLib::setSocketOption(Poco::SharedPtr<WebSocket>& webSocket, int level, int option,
+                                unsigned int value) {
+    try {
+        int readBack = 0;
+        webSocket->impl()->setOption(level, option, static_cast<int>(value));
+        webSocket->impl()->getOption(level, option, readBack);
+        return readBack == static_cast<int>(value);
+    } catch (...) {
+        return false;
+    }
+}
+
+void ClientLib::setTcpKeepaliveParameters(Poco::SharedPtr<WebSocket>& webSocket, bool isLocal) {
+    try {
+        setKeepaliveOptions(webSocket, isLocal);
+    } catch (const std::exception& e) {
+        ZOL_LOG_ERROR("setTcpKeepaliveParameters: exception occurred: " << e.what());
+    } catch (...) {
+        ZOL_LOG_ERROR("setTcpKeepaliveParameters: unspecified exception occurred");
+    }
+}
+
+void ClientLib::setKeepaliveOptions(Poco::SharedPtr<WebSocket>& webSocket, bool isLocal) {
+    if (!setSocketOption(webSocket, SOL_SOCKET, SO_KEEPALIVE, 1)) {
+        ZOL_LOG_ERROR("setTcpKeepaliveParameters: setsockopt SO_KEEPALIVE returned an error");
+    }
+    const KeepaliveOption_t options[] = {
+        {TCP_KEEPCNT, "TCP_KEEPCNT",
+         isLocal ? _params.tcp_keepalive_count_local : _params.tcp_keepalive_count_external},
+        {TCP_KEEPIDLE, "TCP_KEEPIDLE",
+         isLocal ? _params.tcp_keepalive_time_local : _params.tcp_keepalive_time_external},
+        {TCP_KEEPINTVL, "TCP_KEEPINTVL",
+         isLocal ? _params.tcp_keepalive_intval_local : _params.tcp_keepalive_intval_external}};
+    for (const KeepaliveOption_t& option : options) {
+        ZOL_LOG_INFO("setTcpKeepaliveParameters: set " << option.name << " = " << option.value);
+        if (!setSocketOption(webSocket, IPPROTO_TCP, option.option, option.value)) {
+            ZOL_LOG_ERROR("setTcpKeepaliveParameters: setsockopt " << option.name << " returned an error");
+        }
+    }
+}
+
+}  // namespace Nubo::Client

@@ -1,0 +1,221 @@
+// The service handler's core: the registry's side of it, its lifecycle and the announcements.
+//
+// Lock order, outermost first: the registry worker's socket mutex, this handler's _socketMutex, the service
+// worker's socket mutex, leaf locks.
+
+#include <Logging/LogLine.h>
+#include <Nubo/Client/IClientLibInterface.h>
+#include <Nubo/Client/ServiceHandler.h>
+#include <Nubo/Data/XObjectBase.h>
+#include <Poco/Delegate.h>
+#include <Poco/Exception.h>
+
+#include "NonNull.h"
+#include "NotifyEach.h"
+#include "RetryInterval.h"
+
+namespace Nubo::Client {
+
+using Nubo::Command::WebSocketRequestObject;
+using Lock = Poco::Mutex::ScopedLock;
+
+namespace {
+constexpr int FIRST_ID_LESS_ONE = 10;
+constexpr uint8_t DEFAULT_RETRY_COUNT = 4;
+constexpr uint32_t DEFAULT_RETRY_DELAY_MS = 500;
+}  // namespace
+
+std::atomic<int> ServiceHandler::unique_id_per_session_counter{FIRST_ID_LESS_ONE};
+
+ServiceHandler::ServiceHandler(const std::string& serviceName, IClientLibInterface* clientLib,
+                               IMessageSyncInterface* messageSync, uint32_t timeoutBeforePing,
+                               bool autoReconnect)
+    : _clientLibInterface(clientLib),
+      _messageSyncInterface(messageSync),
+      _serviceName(serviceName),
+      _isSocketConnected(false),
+      _servicePort(0),
+      _lastServiceAvailableValue(false),
+      _serviceAvailabilityChangedEntered(false),
+      _autoReconnect(autoReconnect),
+      _countConnectServiceRetry(DEFAULT_RETRY_COUNT),
+      _delayConnectServiceRetry(DEFAULT_RETRY_DELAY_MS),
+      _timeoutBeforePing(timeoutBeforePing) {}
+
+ServiceHandler::~ServiceHandler() {
+    try {
+        _wait.set();
+        detachFromRegistry();  // a handler that was replaced is destroyed without shutdown()
+        while (!shutdownWebSocket()) Poco::Thread::sleep(RETRY_INTERVAL_MS);
+        endReconnectThread();
+        destroyWebsocket();
+    } catch (...) {
+        // A mutex or thread that the system refuses: the members are destroyed all the same.
+    }
+}
+
+// --- registry ---
+
+void ServiceHandler::start() {
+    try {
+        const std::string uri = "/?" + Nubo::Data::XObjectBase::KEY_NAME + "=" + _serviceName + "#" +
+                                getUniqueId() + "-" + _serviceName;
+        ZOL_LOG_INFO("ServiceHandler::start: subscribe to service registry " << uri);
+        MultiThreadingObject::startup();
+        const WebSocketRequestObject request(WebSocketRequestObject::TYPE_SUBSCRIBE, uri, {}, {}, nullptr,
+                                             false);
+        auto registry = nonNull(_clientLibInterface).getServiceRegistryWebSocket();
+        detachFromRegistry();
+        Lock lock(registry->getSocketMutex());  // Poco::NullPointerException while the registry is away
+        attachToRegistry(registry);
+        *registry << request;
+    } catch (const Poco::Exception& e) {
+        ZOL_LOG_ERROR("ServiceHandler::start - exception: " << e.displayText());
+    }
+}
+
+// Held lock: the registry worker's socket mutex.
+void ServiceHandler::attachToRegistry(WebSocketRequestHandler::Ptr registry) {
+    _attachedRegistry = registry;
+    addDelegates(*registry);
+}
+
+// Removing a delegate waits for its running call, which wants neither of the locks held here.
+void ServiceHandler::detachFromRegistry() {
+    auto registry = _attachedRegistry;  // outlives the lock on its mutex
+    if (!registry) return;
+    Lock lock(registry->getSocketMutex());
+    removeDelegates(*registry);
+    _attachedRegistry = nullptr;
+}
+
+void ServiceHandler::addDelegates(WebSocketRequestHandler& worker) {
+    worker.SocketDataAvailable += Poco::delegate(this, &ServiceHandler::WebSocketDataAvailableHandler);
+    worker.SocketClosed += Poco::delegate(this, &ServiceHandler::WebSocketClosedHandler);
+}
+
+void ServiceHandler::removeDelegates(WebSocketRequestHandler& worker) {
+    worker.SocketDataAvailable -= Poco::delegate(this, &ServiceHandler::WebSocketDataAvailableHandler);
+    worker.SocketClosed -= Poco::delegate(this, &ServiceHandler::WebSocketClosedHandler);
+}
+
+// --- lifecycle ---
+
+void ServiceHandler::shutdown() {
+    try {
+        leaveRegistryAndService();
+    } catch (const Poco::Exception& e) {
+        ZOL_LOG_ERROR("ServiceHandler::shutdown - exception: " << e.displayText());
+    }
+    ServiceAvailabilityChanged(false);
+    MultiThreadingObject::shutdown();
+}
+
+// The worker that the delegates are on, not the current one: the registry may be away, or have a new one.
+void ServiceHandler::leaveRegistryAndService() {
+    auto registry = _attachedRegistry;  // outlives the lock on its mutex
+    if (!registry) return closeServiceConnection();
+    Lock lock(registry->getSocketMutex());
+    detachFromRegistry();
+    closeServiceConnection();
+}
+
+// One hold of the lock: a reconnect thread that waits for it then finds that the service has no address.
+void ServiceHandler::closeServiceConnection() {
+    Lock lock(_socketMutex);
+    while (!destroyWebsocket()) Poco::Thread::sleep(RETRY_INTERVAL_MS);
+    std::lock_guard<std::mutex> state(_mutexState);
+    _isSocketConnected = false;
+    _serviceAddress.clear();
+}
+
+// --- state, from any thread ---
+
+bool ServiceHandler::isAvailable() const {
+    return isReconnectPossible() && _isSocketConnected;
+}
+
+bool ServiceHandler::isReconnectPossible() const {
+    return !serviceAddress().host.empty();
+}
+
+ServiceHandler::ServiceAddress_t ServiceHandler::serviceAddress() const {
+    std::lock_guard<std::mutex> lock(_mutexState);
+    return {_serviceAddress, _servicePort};
+}
+
+std::string ServiceHandler::getServiceName() const {
+    return _serviceName;
+}
+
+int ServiceHandler::getServicePort() const {
+    return serviceAddress().port;
+}
+
+std::string ServiceHandler::getServiceDescription() const {
+    return _serviceName + " (" + serviceAddress().host + ")";
+}
+
+WebSocketRequestHandler::Ptr ServiceHandler::getWebSocket() const {
+    return connection().worker;
+}
+
+ServiceHandler::Connection_t ServiceHandler::connection() const {
+    std::lock_guard<std::mutex> lock(_mutexState);
+    return {_serviceWebSocket, _connectionGeneration};
+}
+
+void ServiceHandler::setReconnectParameters(uint8_t count, uint32_t delayMs) {
+    _countConnectServiceRetry = count;
+    _delayConnectServiceRetry = delayMs;
+}
+
+std::string ServiceHandler::getUniqueId() {
+    Lock lock(_sessionIdMutex);
+    return std::to_string(++unique_id_per_session_counter);
+}
+
+// --- announcements, on the caller's thread ---
+
+void ServiceHandler::setNewServiceAddress(std::string address, uint16_t port) {
+    const bool registered = !address.empty();
+    {
+        std::lock_guard<std::mutex> lock(_mutexState);
+        _serviceAddress = std::move(address);
+        _servicePort = port;
+    }
+    ServiceAvailabilityChanged(registered);
+}
+
+void ServiceHandler::TriggerMicroServiceRegistrationChanged() {
+    RaiseMicroServiceRegistrationChangedInternal(ServiceRegistrationEventData_t{this});
+}
+
+void ServiceHandler::RaiseMicroServiceRegistrationChanged(const ServiceRegistrationEventData_t& data) {
+    RaiseMicroServiceRegistrationChangedInternal(data);
+}
+
+void ServiceHandler::RaiseMicroServiceRegistrationChangedInternal(
+    const ServiceRegistrationEventData_t& data) {
+    try {
+        LogServiceAvailability();
+        const bool available = isAvailable();
+        if (available == _lastServiceAvailableValue) return;
+        _lastServiceAvailableValue = available;
+        notifyEach(MicroServiceRegistrationChanged, this, data);
+    } catch (const Poco::Exception& e) {
+        ZOL_LOG_ERROR(
+            "ServiceHandler::RaiseMicroServiceRegistrationChangedInternal - exception: " << e.displayText());
+    } catch (...) {
+        ZOL_LOG_ERROR("ServiceHandler::RaiseMicroServiceRegistrationChangedInternal - unspecified exception");
+    }
+}
+
+void ServiceHandler::LogServiceAvailability() const {
+    ZOL_LOG_INFO("LogServiceAvailability (" << _serviceName
+                                            << "): " << (isAvailable() ? ": AVAILABLE" : ": NOT AVAILABLE"));
+}
+
+void ServiceHandler::HandleConnectionReplaced() {}
+
+}  // namespace Nubo::Client

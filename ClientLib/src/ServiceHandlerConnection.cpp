@@ -1,0 +1,301 @@
+// The service handler's connection: made, lost, rebuilt, retried on the reconnect thread, torn down.
+
+#include <Logging/LogLine.h>
+#include <Nubo/Client/DataMessages/WebSocketClosedMessage.h>
+#include <Nubo/Client/DataMessages/WebSocketOpenedMessage.h>
+#include <Nubo/Client/IClientLibInterface.h>
+#include <Nubo/Client/ServiceHandler.h>
+#include <Poco/DateTime.h>
+#include <Poco/Exception.h>
+#include <Poco/Random.h>
+
+#include "NonNull.h"
+#include "RetryInterval.h"
+
+namespace Nubo::Client {
+
+using Lock = Poco::Mutex::ScopedLock;
+using StateLock = std::lock_guard<std::mutex>;
+
+namespace {
+
+constexpr long JOIN_MS = 1000;
+constexpr int RANDOM_STATE_SIZE = 256;
+constexpr int DELAY_SPREAD_MS = 100;
+constexpr int PAUSE_IN_DELAYS = 20;
+
+// From the clock, so that handlers started together do not retry in step.
+Poco::UInt32 seedFromClock() {
+    const Poco::DateTime now;
+    return static_cast<Poco::UInt32>(now.second()) * 1000000U +
+           static_cast<Poco::UInt32>(now.millisecond()) * 1000U +
+           static_cast<Poco::UInt32>(now.microsecond());
+}
+
+}  // namespace
+
+// --- reaction to a new state, on the caller's thread ---
+
+void ServiceHandler::ServiceAvailabilityChanged(bool available) {
+    if (available == _lastServiceAvailableValue || Disposing() || _serviceAvailabilityChangedEntered) return;
+    _serviceAvailabilityChangedEntered = true;
+    try {
+        ZOL_LOG_DEBUG("ServiceHandler::ServiceAvailabilityChanged: " << getServiceDescription() << " = "
+                                                                     << available);
+        if (available || (_autoReconnect && isReconnectPossible())) {
+            if (!reconnectServiceSocket()) startReconnectThread();
+        } else {
+            tearDownConnection();
+        }
+    } catch (const Poco::Exception& e) {
+        ZOL_LOG_ERROR("ServiceHandler::ServiceAvailabilityChanged - exception: " << e.displayText());
+    } catch (...) {
+        ZOL_LOG_ERROR("ServiceHandler::ServiceAvailabilityChanged - unspecified exception");
+    }
+    announceAvailability();
+    _serviceAvailabilityChangedEntered = false;
+}
+
+void ServiceHandler::tearDownConnection() {
+    while (!shutdownWebSocket()) Poco::Thread::sleep(RETRY_INTERVAL_MS);
+    destroyWebsocket();
+}
+
+// A connection that was replaced while the service stayed available is no change and raises no event: the
+// live subscriptions are sent again here, and a subclass is told.
+void ServiceHandler::announceAvailability() {
+    try {
+        const uint64_t generation = connection().generation;
+        const bool replaced = _isSocketConnected && generation != _announcedGeneration;
+        const bool unannounced = replaced && isAvailable() == _lastServiceAvailableValue;
+        _announcedGeneration = generation;
+        if (replaced) resubscribeAll();
+        RaiseMicroServiceRegistrationChanged(ServiceRegistrationEventData_t{this});
+        if (unannounced) HandleConnectionReplaced();
+    } catch (const Poco::Exception& e) {
+        ZOL_LOG_ERROR("ServiceHandler::ServiceAvailabilityChanged - exception: " << e.displayText());
+    } catch (...) {
+        ZOL_LOG_ERROR("ServiceHandler::ServiceAvailabilityChanged - unspecified exception");
+    }
+}
+
+void ServiceHandler::WebSocketOpenedHandlerSync() {
+    MultiThreadingObjectLockGuard guard(this);
+    if (!guard.tryEnter()) return;
+    ZOL_LOG_INFO("WebSocketOpenedHandlerSync: reconnect msg received");
+    auto worker = getWebSocket();
+    if (!isReconnectPossible()) {
+        destroyWebsocket();  // withdrawn while this message was on its way: nobody else would close it
+    } else if (worker && worker->closeReported()) {
+        // Closed again meanwhile. The close message may have come first, when the service counted as lost
+        // still.
+        destroyWebsocket();
+        if (_autoReconnect) startReconnectThread();
+    }
+    announceAvailability();
+}
+
+void ServiceHandler::WebSocketClosedHandlerSync(const Nubo::Net::WebsocketEventPayload& payload) {
+    MultiThreadingObjectLockGuard guard(this);
+    if (!guard.tryEnter()) return;
+    try {
+        ZOL_LOG_ERROR("WebSocketClosedHandlerSync: communication error with service: "
+                      << getServiceDescription() << ";" << payload.Reason);
+        ServiceAvailabilityChanged(false);
+    } catch (const Poco::Exception& e) {
+        ZOL_LOG_ERROR("ServiceHandler::WebSocketClosedHandlerSync - exception: " << e.displayText());
+    } catch (...) {
+        ZOL_LOG_ERROR("ServiceHandler::WebSocketClosedHandlerSync - unknown exception: ");
+    }
+}
+
+// --- a worker's thread ---
+
+void ServiceHandler::WebSocketClosedHandler(const Nubo::Net::WebsocketEventPayload& payload) {
+    if (!post(new WebSocketClosedMessage(this, payload))) {
+        ZOL_LOG_WARNING("ServiceHandler::WebSocketClosedHandler: Could not enqueue message!");
+    }
+}
+
+// From the call on the message is the sink's, accepted or not; without a sink it is refused here.
+bool ServiceHandler::post(Nubo::Util::DataMessageBase* message) {
+    if (_messageSyncInterface) return _messageSyncInterface->enqueueDataMessage(message);
+    message->release();
+    return false;
+}
+
+// --- connecting and tearing down, under _socketMutex, on the caller's or the reconnect thread ---
+
+bool ServiceHandler::reconnectServiceSocket() {
+    Lock lock(_socketMutex);
+    ZOL_LOG_DEBUG("reconnectServiceSocket: reconnecting to service: " << getServiceDescription());
+    try {
+        if (getWebSocket()) {
+            while (!destroyWebsocket()) Poco::Thread::sleep(RETRY_INTERVAL_MS);
+        }
+        if (isReconnectPossible() && connectToService()) return true;
+    } catch (...) {
+        // A refused connection, a time-out, an upgrade that was answered otherwise: no connection.
+    }
+    destroyWebsocket();
+    return false;
+}
+
+// @return false when the new connection was closed before this handler listened to it
+bool ServiceHandler::connectToService() {
+    const ServiceAddress_t address = serviceAddress();
+    auto worker = nonNull(_clientLibInterface)
+                      .createNewWebsocket(_serviceName, address.host, address.port, _timeoutBeforePing);
+    setConnection(worker);
+    {
+        Lock workerLock(worker->getSocketMutex());
+        addDelegates(*worker);
+    }
+    if (worker->closeReported()) return false;
+    _isSocketConnected = true;
+    return true;
+}
+
+void ServiceHandler::setConnection(const WebSocketRequestHandler::Ptr& worker) {
+    StateLock lock(_mutexState);
+    _serviceWebSocket = worker;
+    ++_connectionGeneration;
+}
+
+bool ServiceHandler::shutdownWebSocket() {
+    Lock lock(_socketMutex);
+    auto worker = getWebSocket();
+    if (!worker) return true;
+    removeDelegates(*worker);
+    return worker->shutdown();
+}
+
+bool ServiceHandler::destroyWebsocket() {
+    Lock lock(_socketMutex);
+    if (auto worker = getWebSocket()) {
+        removeDelegates(*worker);
+        try {
+            nonNull(_clientLibInterface).destroyWebsocket(worker);
+        } catch (const Poco::Exception& e) {
+            ZOL_LOG_ERROR("ServiceHandler::destroyWebsocket - exception: " << e.displayText());
+        }
+        // Handlers that still remember this worker as the registry's keep it, and its socket, alive: close
+        // it.
+        worker->shutdown();
+        setConnection(nullptr);
+    }
+    _isSocketConnected = false;
+    return true;
+}
+
+// --- the reconnect thread: started, stopped, joined ---
+
+void ServiceHandler::startReconnectThread() {
+    ZOL_LOG_DEBUG("startReconnectThread");
+    if (Disposing() || !isReconnectPossible()) return;
+    StateLock lock(_mutexReconnect);
+    if (_reconnectState != ReconnectState::Idle) {
+        _reconnectState =
+            ReconnectState::RunAgain;  // it may be about to end: its last decision will see this
+        return;
+    }
+    if (!_reconnectJoined) _reconnectThreadObject.join();  // it has taken its last decision: it ends at once
+    _reconnectJoined = true;
+    _wait.reset();
+    _reconnectEnded.reset();
+    _reconnectThreadObject.start(*this);
+    _reconnectJoined = false;
+    _reconnectState = ReconnectState::Running;
+}
+
+bool ServiceHandler::stopReconnectThread() {
+    ZOL_LOG_DEBUG("stopReconnectThread");
+    _wait.set();
+    {
+        StateLock lock(_mutexReconnect);
+        if (_reconnectJoined) return true;
+    }
+    // Poco's own timed join is of no use here: once a thread object was joined, it no longer waits.
+    if (!_reconnectEnded.tryWait(JOIN_MS)) return false;
+    StateLock lock(_mutexReconnect);
+    _reconnectThreadObject.join();
+    _reconnectJoined = true;
+    return true;
+}
+
+void ServiceHandler::endReconnectThread() {
+    _reconnectStopped = true;
+    while (!stopReconnectThread()) {
+        // The thread is in a connection attempt, which its own time-out ends.
+    }
+}
+
+// The thread's last decision: to end, or to go on since a loss was noticed while it was about to end.
+bool ServiceHandler::mayRunAgain() {
+    StateLock lock(_mutexReconnect);
+    const bool again = _reconnectState == ReconnectState::RunAgain && !_isSocketConnected &&
+                       !_reconnectStopped && !Disposing();
+    _reconnectState = again ? ReconnectState::Running : ReconnectState::Idle;
+    return again;
+}
+
+// --- the reconnect thread's body ---
+
+void ServiceHandler::run() {
+    do {
+        try {
+            retryUntilConnected();
+        } catch (const Poco::Exception& e) {
+            ZOL_LOG_ERROR("ServiceHandler::start - exception: " << e.displayText());
+        } catch (const std::exception& e) {
+            ZOL_LOG_ERROR("ServiceHandler::start - exception: " << e.what());
+        } catch (...) {
+            // Nothing may leave the thread.
+        }
+    } while (mayRunAgain());
+    _reconnectEnded.set();
+}
+
+void ServiceHandler::retryUntilConnected() {
+    Poco::Random random(RANDOM_STATE_SIZE);
+    random.seed(seedFromClock());
+    int attemptsLeft = _countConnectServiceRetry;
+    long delayMs = static_cast<long>(_delayConnectServiceRetry);
+    while (!Disposing()) {
+        if (attemptsLeft == 0) {
+            if (!waitForNextSeries(delayMs)) return;
+            attemptsLeft = _countConnectServiceRetry + 1;  // one more than the first series: intended
+            continue;
+        }
+        delayMs =
+            static_cast<long>(_delayConnectServiceRetry) + static_cast<long>(random.next(DELAY_SPREAD_MS));
+        if (_wait.tryWait(delayMs)) return;
+        if (!isReconnectPossible()) {
+            ZOL_LOG_INFO("run: won't try reconnect since service is not registered at SR");
+            return;
+        }
+        ZOL_LOG_DEBUG("run: try reconnect");
+        if (reconnectServiceSocket() && postOpened()) return;
+        --attemptsLeft;
+    }
+}
+
+// @return false when the thread was asked to stop
+bool ServiceHandler::waitForNextSeries(long delayMs) {
+    ZOL_LOG_WARNING("run: service " << getServiceDescription() << " is not reachable (semi-permanent)!");
+    for (int waits = 0; waits < PAUSE_IN_DELAYS && !Disposing(); ++waits) {
+        if (_wait.tryWait(delayMs)) return false;
+    }
+    return true;
+}
+
+bool ServiceHandler::postOpened() {
+    if (post(new WebSocketOpenedMessage(this))) {
+        ZOL_LOG_INFO("run: reconnect done");
+        return true;
+    }
+    ZOL_LOG_ERROR("ServiceHandler::WebSocketDataAvailableHandler: Could not enqueue message!");
+    return false;
+}
+
+}  // namespace Nubo::Client

@@ -1,0 +1,186 @@
+// What comes in on the handler's connections: parsed on the worker's thread, matched and delivered on the
+// caller's.
+
+#include <Logging/LogLine.h>
+#include <Nubo/Client/ClientLib.h>
+#include <Nubo/Client/DataMessages/WebSocketDataAvailableMessage.h>
+#include <Nubo/Client/ServiceHandler.h>
+#include <Nubo/Command/StatusObject.h>
+#include <Nubo/Command/WebSocketResponseObject.h>
+#include <Nubo/Data/ServiceBase.h>
+#include <Nubo/Data/XObjectBase.h>
+#include <Nubo/Net/WebsocketDataObjectSplitter.h>
+#include <Nubo/ServiceRegistryConnection.h>
+#include <Nubo/Util/JSONTools.h>
+#include <Poco/Exception.h>
+#include <Poco/JSON/Array.h>
+#include <Poco/URI.h>
+
+#include "NotifyEach.h"
+#include "ParseJson.h"
+
+namespace Nubo::Client {
+
+using Nubo::Command::WebSocketRequestObject;
+using Nubo::Command::WebSocketResponseObject;
+using Nubo::Data::XObjectBase;
+using Poco::JSON::Object;
+
+namespace {
+
+constexpr int HTTP_GONE = 410;
+constexpr const char* REGISTRY_PATH = "/";
+constexpr const char* DATA_AVAILABLE_HANDLER_SYNC =
+    "virtual void Nubo::Client::ServiceHandler::WebSocketDataAvailableHandlerSync(const Ptr&)";
+
+/// A member that must be there and must be a string. @throws Poco::InvalidAccessException
+std::string stringMember(const Object& object, const std::string& key) {
+    const Poco::Dynamic::Var value = object.get(key);
+    if (!value.isString()) throw Poco::InvalidAccessException("no text under", key);
+    return value.extract<std::string>();
+}
+
+/// The first record of that name, null when there is none. Whatever is no record is skipped.
+Object::Ptr findRecord(const Poco::JSON::Array& records, const std::string& name) {
+    for (unsigned int i = 0; i < records.size(); ++i) {
+        const Object::Ptr record = records.getObject(i);
+        if (!record) continue;
+        const Poco::Dynamic::Var value = record->get(XObjectBase::KEY_NAME);
+        if (value.isString() && value.extract<std::string>() == name) return record;
+    }
+    return nullptr;
+}
+
+/// The host of a record's URI. Services that run beside the registry publish one without a host.
+std::string hostOf(const Object& record) {
+    const std::string host = Poco::URI(record.getValue<std::string>(XObjectBase::KEY_URI)).getHost();
+    return host.empty() ? ServiceRegistryConnection::ADDRESS : host;
+}
+
+}  // namespace
+
+bool ServiceHandler::ServiceHandlerNotificationData_t::hasElementGone() const {
+    using Nubo::Command::StatusObject;
+    if (type != WebSocketResponseObject::TYPE_ERROR || !container->has(StatusObject::FIELD_ERROR_CODE))
+        return false;
+    return container->getValue<int>(StatusObject::FIELD_ERROR_CODE) == HTTP_GONE;
+}
+
+// --- worker's thread ---
+
+void ServiceHandler::WebSocketDataAvailableHandler(const Nubo::Net::WebsocketDataEventPayload& payload) {
+    MultiThreadingObjectLockGuard guard(this);
+    if (!guard.tryEnter()) return;
+    std::vector<std::string> texts;
+    Nubo::Net::WebsocketDataObjectSplitter().splitJsonDataObjectString(payload.data, texts);
+    for (std::string& text : texts) postNotification(text);
+}
+
+void ServiceHandler::postNotification(std::string& text) {
+    try {
+        ClientLib::cleanJsonString(text);
+        const Object::Ptr notification = parseJsonObject(text);
+        const std::string event =
+            normalizeUrl(stringMember(*notification, WebSocketRequestObject::FIELD_EVENT));
+        stringMember(*notification, WebSocketRequestObject::FIELD_TYPE);
+        std::string service;
+        std::string tag;
+        parseUriFragments(event, service, tag);
+        ZOL_LOG_INFO("OnWebSocketNotification: " << text);
+        // Every handler hears the registry's connection: what names another service is that one's business.
+        if (!service.empty() && service != _serviceName) return;
+        if (!post(new WebSocketDataAvailableMessage(this, notification))) {
+            ZOL_LOG_WARNING("ServiceHandler::WebSocketDataAvailableHandler: Could not enqueue message!");
+        }
+    } catch (const Poco::Exception& e) {
+        ZOL_LOG_ERROR("OnWebSocketNotification: error parsing JSON: " << e.displayText());
+    } catch (const std::exception& e) {
+        ZOL_LOG_ERROR("OnWebSocketNotification: error parsing JSON: " << e.what());
+    }
+}
+
+// --- caller's thread ---
+
+void ServiceHandler::WebSocketDataAvailableHandlerSync(const Object::Ptr& data) {
+    MultiThreadingObjectLockGuard guard(this);
+    if (!guard.tryEnter()) return;
+    try {
+        const std::string event = stringMember(*data, WebSocketRequestObject::FIELD_EVENT);
+        const std::string type = stringMember(*data, WebSocketRequestObject::FIELD_TYPE);
+        std::string service;
+        std::string tag;
+        parseUriFragments(event, service, tag);
+        // The registry's handler has an empty name: an event without a service part is nobody's all the same.
+        if (type == WebSocketResponseObject::TYPE_SUBSCRIBE || service.empty() || service != _serviceName)
+            return;
+        if (Poco::URI(event).getPath() == REGISTRY_PATH) {
+            if (type == WebSocketResponseObject::TYPE_DATA) handleServiceUpdates(*data);
+        } else {
+            handleNotification(data, event, type);
+        }
+    } catch (const Poco::Exception& e) {
+        ZOL_LOG_ERROR("ServiceHandler::WebSocketDataAvailableHandlerSync - exception: " << e.displayText());
+    } catch (...) {
+        ZOL_LOG_ERROR("ServiceHandler::WebSocketDataAvailableHandlerSync - unknown exception: ");
+    }
+}
+
+void ServiceHandler::handleServiceUpdates(const Object& notification) {
+    const auto records = notification.getArray(WebSocketRequestObject::TYPE_DATA);
+    if (!records) return;
+    std::string address;
+    Poco::UInt16 port = 0;
+    if (const Object::Ptr record = findRecord(*records, _serviceName)) {
+        address = hostOf(*record);
+        port =
+            record->getValue<Poco::UInt16>(Nubo::Data::ServiceBase::KEY_PORT);  // out of range: an exception
+    }
+    const ServiceAddress_t known = serviceAddress();
+    if (address != known.host || port != known.port) setNewServiceAddress(address, port);
+}
+
+void ServiceHandler::handleNotification(const Object::Ptr& data, const std::string& event,
+                                        const std::string& type) {
+    // Both maps are keyed by normalised URIs, which a service need not echo.
+    const std::string subscrUri = normalizeUrl(event);
+    const auto resource = _subscrUriValueMap.find(subscrUri.substr(0, subscrUri.find('#')));
+    if (resource != _subscrUriValueMap.end())
+        resource->second.Value = Nubo::Util::JSONTools::cloneJsonObject(data);
+    ServiceHandlerNotificationData_t notification{this, event, data, "", type};
+    if (_subscrMapSubscribers.count(subscrUri) != 0) {
+        notifySubscribers(subscrUri, notification);
+    } else {
+        notifySubscriber(notification,
+                         event);  // one that this handler posted to itself, for a new subscriber
+    }
+}
+
+// A copy of the list: a subscriber may subscribe and unsubscribe meanwhile; one that has left hears no more.
+void ServiceHandler::notifySubscribers(const std::string& subscrUri, ServiceHandlerNotificationData_t& data) {
+    const std::list<std::string> subscribers = _subscrMapSubscribers.at(subscrUri);
+    const uint64_t removals = _removals;
+    for (const std::string& virtualUri : subscribers) {
+        if (removals == _removals || isSubscribed(subscrUri, virtualUri)) notifySubscriber(data, virtualUri);
+    }
+}
+
+// What one subscriber throws must not keep the notification from the next.
+void ServiceHandler::notifySubscriber(ServiceHandlerNotificationData_t& data, const std::string& virtualUri) {
+    ZOL_LOG_INFO(DATA_AVAILABLE_HANDLER_SYNC << " notify subscriber " << virtualUri);
+    try {
+        std::string service;
+        parseUriFragments(virtualUri, service, data.additionalFragment);
+        data.event = virtualUri;
+        RaiseSocketDataAvailable(data);
+    } catch (const Poco::Exception& e) {
+        ZOL_LOG_ERROR("ServiceHandler::WebSocketDataAvailableHandlerSync - exception: " << e.displayText());
+    } catch (...) {
+        ZOL_LOG_ERROR("ServiceHandler::WebSocketDataAvailableHandlerSync - unknown exception: ");
+    }
+}
+
+void ServiceHandler::RaiseSocketDataAvailable(const ServiceHandlerNotificationData_t& data) {
+    notifyEach(SocketDataAvailable, this, data);
+}
+
+}  // namespace Nubo::Client

@@ -1,0 +1,251 @@
+// The service handler's subscriptions: one at the service per resource, any number of subscribers. Caller's
+// thread.
+
+#include <Logging/LogLine.h>
+#include <Nubo/Client/DataMessages/WebSocketDataAvailableMessage.h>
+#include <Nubo/Client/ServiceHandler.h>
+#include <Nubo/Command/RequestBase.h>
+#include <Nubo/Command/UrlPath.h>
+#include <Nubo/Util/JSONTools.h>
+#include <Poco/Exception.h>
+#include <Poco/URI.h>
+
+#include <algorithm>
+
+namespace Nubo::Client {
+
+using Nubo::Command::RequestBase;
+using Nubo::Command::UrlPath;
+using Nubo::Command::WebSocketRequestObject;
+using Lock = Poco::Mutex::ScopedLock;
+
+ServiceHandler::SubscCounterMapType ServiceHandler::_subscrCounter;
+Poco::Mutex ServiceHandler::_mutexSubscriptioncounter;
+uint16_t ServiceHandler::_subscriptioncounter = 0;
+
+namespace {
+
+constexpr unsigned int MAX_EXPANSION_LEVEL = 3;
+constexpr long SUBSCRIPTION_INTERVAL_MS = 0;
+constexpr long SUBSCRIPTION_UPDATE_LIMIT = 100;
+constexpr const char* SEND_REQUEST =
+    "void Nubo::Client::ServiceHandler::operator<<(const Nubo::Command::WebSocketRequestObject&)";
+
+std::string encoded(const std::string& text, const char* reserved) {
+    std::string result;
+    Poco::URI::encode(text, reserved, result);
+    return result;
+}
+
+/// As POCO writes a path, so that the result is the same however often it is parsed and written again.
+std::string normalizedPath(const Poco::URI& uri) {
+    std::string path = encoded(uri.getPath(), "?#");
+    if (path.empty()) return path;
+    const bool isElement = !UrlPath(uri).getElement().empty();
+    if (isElement) {
+        if (path.back() == '/') path.pop_back();
+    } else {
+        path.erase(path.find_last_not_of('/') + 1);
+        path += '/';
+    }
+    return path;
+}
+
+std::string withoutFragment(const std::string& uri) {
+    return uri.substr(0, uri.find('#'));
+}
+
+WebSocketRequestObject subscriptionRequest(const std::string& type, const std::string& uri,
+                                           bool autosubscribe) {
+    return {type, uri, SUBSCRIPTION_INTERVAL_MS, SUBSCRIPTION_UPDATE_LIMIT, nullptr, autosubscribe};
+}
+
+}  // namespace
+
+std::string ServiceHandler::normalizeUrl(const std::string& url) {
+    const Poco::URI uri(url);
+    std::string result = normalizedPath(uri);
+    // Query and fragment are decoded first: encoding them as they stand would encode each '%' once more.
+    if (!uri.getRawQuery().empty()) result += "?" + encoded(uri.getQuery(), "");
+    if (!uri.getFragment().empty()) result += "#" + encoded(uri.getFragment(), "");
+    return result;
+}
+
+void ServiceHandler::parseUriFragments(const std::string& uri, std::string& first, std::string& second) {
+    first.clear();
+    second.clear();
+    const std::string fragment = Poco::URI(uri).getFragment();
+    const auto dash = fragment.find('-');
+    if (dash == std::string::npos) return;
+    const auto nextDash = fragment.find('-', dash + 1);
+    first = fragment.substr(dash + 1, nextDash == std::string::npos ? nextDash : nextDash - dash - 1);
+    if (nextDash != std::string::npos) second = fragment.substr(nextDash + 1);
+}
+
+std::string ServiceHandler::addSubscription(const std::string& uri, const std::string& tag,
+                                            bool autosubscribe) {
+    std::string virtualUri;
+    try {
+        const std::string realUri = withoutFragment(normalizeUrl(uri));
+        checkExpansionLevel(realUri);
+        const std::string candidate =
+            realUri + "#" + encoded(getUniqueId() + "-" + _serviceName + (tag.empty() ? "" : "-" + tag), "");
+        const auto resource = _subscrUriValueMap.find(realUri);
+        const bool first = resource == _subscrUriValueMap.end();
+        if (first) {
+            ZOL_LOG_INFO("ServiceHandler::addSubscription: subscriptionUri (virtual)=" << candidate);
+            _subscrUriValueMap[realUri] = {candidate, nullptr, autosubscribe};
+            _subscrMapSubscribers[candidate] = {candidate};
+            virtualUri = candidate;
+        } else {
+            addSubscriber(resource->second, candidate);
+            virtualUri = candidate;
+            serveCurrentData(resource->second, candidate);
+        }
+        countSubscription(virtualUri, tag);
+        if (first) subscribeAtService(_subscrUriValueMap[realUri]);
+    } catch (const Poco::Exception& e) {
+        ZOL_LOG_ERROR("ServiceHandler::addSubscription - exception: " << e.displayText());
+    }
+    return virtualUri;
+}
+
+// Says so, no more: the subscription proceeds in either case, deliberately.
+void ServiceHandler::checkExpansionLevel(const std::string& realUri) {
+    const Poco::URI uri(realUri);
+    const unsigned int level = RequestBase(uri).getExpansionLevel();
+    const bool isElement = UrlPath(uri).getCharacteristic() == UrlPath::SERVICE_RESOURCE_ELEMENT;
+    if (level == 0 || (level <= MAX_EXPANSION_LEVEL && isElement)) return;
+    ZOL_LOG_ERROR("ServiceHandler::addSubscription: expansion level not valid for URI " << realUri);
+}
+
+void ServiceHandler::addSubscriber(const SubscriptionUriValue_t& resource, const std::string& virtualUri) {
+    const auto subscribers = _subscrMapSubscribers.find(resource.subscrUri);
+    if (subscribers == _subscrMapSubscribers.end()) {
+        throw Poco::NotFoundException("no subscribers of", resource.subscrUri);
+    }
+    subscribers->second.push_back(virtualUri);
+}
+
+// A further subscriber does not wait for the next change: the last message is posted to it.
+void ServiceHandler::serveCurrentData(const SubscriptionUriValue_t& resource, const std::string& virtualUri) {
+    if (!resource.Value) return;
+    ZOL_LOG_INFO("ServiceHandler::addSubscription and notify with current data: subscriptionUri (virtual)="
+                 << virtualUri);
+    auto data = Nubo::Util::JSONTools::cloneJsonObject(resource.Value);
+    data->set(WebSocketRequestObject::FIELD_EVENT, virtualUri);
+    if (!post(new WebSocketDataAvailableMessage(this, data))) {
+        ZOL_LOG_WARNING("ServiceHandler::WebSocketDataAvailableHandler: Could not enqueue message!");
+    }
+}
+
+void ServiceHandler::countSubscription(const std::string& virtualUri, const std::string& tag) {
+    Lock lock(_mutexSubscriptioncounter);
+    ++_subscrCounter[tag];
+    if (!Logging::Log::IsLogLevelActive(Poco::Message::PRIO_INFORMATION)) return;
+    ++_subscriptioncounter;  // advances only while it is logged, deliberately
+    ZOL_LOG_INFO("ServiceHandler::addSubscription: subscriptionUri=" << virtualUri
+                                                                     << ", counter=" << _subscriptioncounter);
+}
+
+void ServiceHandler::removeSubscription(const std::string& virtualUri) {
+    try {
+        const std::string uri = normalizeUrl(virtualUri);
+        const auto resource = _subscrUriValueMap.find(withoutFragment(uri));
+        const bool known = resource != _subscrUriValueMap.end();
+        const std::string firstSubscrUri = known ? resource->second.subscrUri : std::string();
+        ZOL_LOG_INFO("ServiceHandler::removeSubscription: uri=" << uri
+                                                                << ", firstSubscrUri=" << firstSubscrUri);
+        if (!isSubscribed(firstSubscrUri, uri)) {
+            ZOL_LOG_ERROR(
+                "ServiceHandler::removeSubscription - cannot remove subscription, not found: " << uri);
+            return;
+        }
+        std::list<std::string>& subscribers = _subscrMapSubscribers.at(firstSubscrUri);
+        subscribers.remove(uri);
+        ++_removals;
+        ZOL_LOG_INFO("ServiceHandler::removeSubscription: subscriptionUri (virtual)="
+                     << uri << ", subscribers left:" << subscribers.size());
+        if (subscribers.empty()) unsubscribeAtService(resource);
+        countRemoval(uri);
+    } catch (const Poco::Exception& e) {
+        ZOL_LOG_ERROR("ServiceHandler::removeSubscription - exception: " << e.displayText());
+    }
+}
+
+bool ServiceHandler::isSubscribed(const std::string& subscrUri, const std::string& virtualUri) const {
+    const auto found = _subscrMapSubscribers.find(subscrUri);
+    if (found == _subscrMapSubscribers.end()) return false;
+    return std::find(found->second.begin(), found->second.end(), virtualUri) != found->second.end();
+}
+
+void ServiceHandler::unsubscribeAtService(SubscrUriValueMapType::iterator resource) {
+    const std::string subscrUri = resource->second.subscrUri;
+    *this << subscriptionRequest(WebSocketRequestObject::TYPE_UNSUBSCRIBE, subscrUri,
+                                 resource->second.autosubscribe);
+    _subscribedUris.erase(subscrUri);
+    _subscrMapSubscribers.erase(subscrUri);
+    _subscrUriValueMap.erase(resource);
+}
+
+void ServiceHandler::countRemoval(const std::string& virtualUri) {
+    std::string service;
+    std::string tag;
+    parseUriFragments(virtualUri, service, tag);
+    Lock lock(_mutexSubscriptioncounter);
+    unsigned int& left = _subscrCounter[tag];
+    if (left > 0) --left;
+    --_subscriptioncounter;  // wraps when the additions were not logged
+    ZOL_LOG_INFO("ServiceHandler::removeSubscription: subscriptionUri="
+                 << virtualUri << ", fragment=" << tag << ", fragmentCounter=" << left
+                 << ", total counter=" << _subscriptioncounter);
+}
+
+void ServiceHandler::RefreshSubscription(std::string& currentUri, std::string& subscriptionId,
+                                         const std::string& newUri) {
+    if (newUri == currentUri) return;
+    if (!subscriptionId.empty()) {
+        removeSubscription(subscriptionId);
+        subscriptionId.clear();
+    }
+    currentUri = newUri;
+    if (!newUri.empty()) subscriptionId = addSubscription(newUri, "", false);
+}
+
+// --- requests to the service ---
+
+void ServiceHandler::operator<<(const WebSocketRequestObject& request) {
+    sendToService(request);
+}
+
+// @return the number of the connection on which the request was sent, 0 for none
+uint64_t ServiceHandler::sendToService(const WebSocketRequestObject& request) {
+    try {
+        Connection_t current = connection();
+        *current.worker << request;  // Poco::NullPointerException while there is no connection
+        return current.generation;
+    } catch (const Poco::Exception& e) {
+        ZOL_LOG_ERROR(SEND_REQUEST << " - exception: " << e.displayText());
+        return 0;
+    }
+}
+
+void ServiceHandler::subscribeAtService(const SubscriptionUriValue_t& resource) {
+    const uint64_t generation = sendToService(subscriptionRequest(
+        WebSocketRequestObject::TYPE_SUBSCRIBE, resource.subscrUri, resource.autosubscribe));
+    if (generation == 0) return;  // sent when there is a connection
+    if (generation != _subscribedGeneration) _subscribedUris.clear();
+    _subscribedGeneration = generation;
+    _subscribedUris.insert(resource.subscrUri);
+}
+
+// A new connection knows none of the subscriptions: each live one is sent on it, once. The service's answers
+// then bring every subscriber up to date, without the application's help.
+void ServiceHandler::resubscribeAll() {
+    if (connection().generation != _subscribedGeneration) _subscribedUris.clear();
+    for (const auto& resource : _subscrUriValueMap) {
+        if (_subscribedUris.count(resource.second.subscrUri) == 0) subscribeAtService(resource.second);
+    }
+}
+
+}  // namespace Nubo::Client

@@ -1,0 +1,221 @@
+#include <Logging/LogLine.h>
+#include <Nubo/Client/WebSocketRequestHandler.h>
+#include <Nubo/Net/WebSocketSender.h>
+#include <Poco/Exception.h>
+
+#include <sstream>
+
+#include "RetryInterval.h"
+
+namespace Nubo::Client {
+
+using Nubo::Command::WebSocketRequestObject;
+using Nubo::Net::WebsocketDataEventPayload;
+using Nubo::Net::WebsocketEventPayload;
+using Lock = Poco::Mutex::ScopedLock;
+
+namespace {
+constexpr const char* RUN = "virtual void Nubo::Client::WebSocketRequestHandler::run()";
+constexpr const char* SHUTDOWN = "bool Nubo::Client::WebSocketRequestHandler::shutdown()";
+constexpr long JOIN_MS = 1000;
+constexpr long CLOSE_GRACE_MS = 10;
+// Delegates parse JSON (nested 128 deep at most) and post to the sink: small enough for hundreds of workers.
+constexpr int STACK_SIZE = 256 * 1024;
+// How long data waits for the first delegate, and how often the thread looks for one meanwhile.
+constexpr std::chrono::seconds EARLY_GRACE{1};
+constexpr long EARLY_POLL_MS = 2;
+}  // namespace
+
+// --- queue entries ---
+
+WebSocketRequestHandler::WebsocketNotification::WebsocketNotification(
+    const WebsocketDataEventPayload& payload)
+    : _type(SocketEvent), _dataEventPayload(new WebsocketDataEventPayload(payload)) {}
+
+WebSocketRequestHandler::WebsocketNotification::WebsocketNotification(const WebSocketRequestObject& request)
+    : _type(Request), _request(new WebSocketRequestObject(request)) {}
+
+WebSocketRequestHandler::WebsocketNotification::WebsocketNotification(const WebsocketEventPayload& payload)
+    : _type(SocketClosedEvent), _closeEventPayload(new WebsocketEventPayload(payload)) {}
+
+// --- any thread ---
+
+WebSocketRequestHandler::WebSocketRequestHandler(Poco::SharedPtr<Poco::Net::WebSocket>& socket)
+    : _disposing(false),
+      _finishedThread(false),
+      _socket(socket),
+      _queue(new Poco::NotificationQueue),
+      _closeReported(false),
+      _destroyedOnOwnThread(std::make_shared<std::atomic<bool>>(false)) {
+    _threadObject.setStackSize(STACK_SIZE);
+    _threadObject.start(*this);  // last: the thread uses every member
+}
+
+WebSocketRequestHandler::~WebSocketRequestHandler() {
+    if (Poco::Thread::current() == &_threadObject) {
+        shutdown();
+        *_destroyedOnOwnThread = true;  // run() returns without touching this object again
+        return;
+    }
+    while (!shutdown()) Poco::Thread::sleep(RETRY_INTERVAL_MS);
+    // "Finished" is the thread's last word, not its end.
+    if (!_joined) _threadObject.join();
+}
+
+void WebSocketRequestHandler::operator<<(const WebSocketRequestObject& request) {
+    _queue->enqueueNotification(new WebsocketNotification(request));
+}
+
+void WebSocketRequestHandler::enqueueSocketData(const WebsocketDataEventPayload& payload) {
+    _queue->enqueueNotification(new WebsocketNotification(payload));
+}
+
+void WebSocketRequestHandler::socketClosedHandler(const WebsocketEventPayload& payload) {
+    _queue->enqueueNotification(new WebsocketNotification(payload));
+}
+
+Poco::Net::SocketAddress WebSocketRequestHandler::address() {
+    Lock lock(_socketMutex);
+    return _socket ? _socket->address() : Poco::Net::SocketAddress();
+}
+
+Poco::Net::SocketAddress WebSocketRequestHandler::peerAddress() {
+    Lock lock(_socketMutex);
+    return _socket ? _socket->peerAddress() : Poco::Net::SocketAddress();
+}
+
+Poco::Mutex& WebSocketRequestHandler::getSocketMutex() {
+    return _socketMutex;
+}
+
+Poco::SharedPtr<Poco::Net::WebSocket> WebSocketRequestHandler::getSocket() const {
+    std::lock_guard<std::mutex> lock(_mutexSocketPointer);
+    return _socket;
+}
+
+bool WebSocketRequestHandler::shutdown() {
+    Lock lock(_socketMutex);
+    if (!_disposing) {
+        _disposing = true;
+        wakeThread();
+        joinThread();
+        closeSocket();
+    }
+    return _finishedThread;
+}
+
+void WebSocketRequestHandler::wakeThread() {
+    _queue->wakeUpAll();
+    // wakeUpAll() is forgotten when the thread is between its look at _disposing and its wait: an entry is
+    // not.
+    _queue->enqueueNotification(new Poco::Notification);
+}
+
+// Held lock: _socketMutex. A thread that wants to send waits for it and then finds no socket.
+void WebSocketRequestHandler::joinThread() {
+    if (Poco::Thread::current() != &_threadObject) _joined = _threadObject.tryJoin(JOIN_MS);
+}
+
+void WebSocketRequestHandler::closeSocket() {
+    try {
+        Nubo::Net::sendClose(*_socket);
+        Poco::Thread::sleep(CLOSE_GRACE_MS);
+    } catch (const Poco::Exception& e) {
+        ZOL_LOG_WARNING(SHUTDOWN << ": " << e.displayText());
+    } catch (...) {
+        // The socket is given up in any case.
+    }
+    std::lock_guard<std::mutex> lock(_mutexSocketPointer);
+    _socket.reset();
+}
+
+// --- worker's thread ---
+
+void WebSocketRequestHandler::run() {
+    const auto destroyed = _destroyedOnOwnThread;  // a delegate may drop the last pointer to this object
+    while (!*destroyed && !_disposing) handleNext();
+    if (!*destroyed) _finishedThread = true;
+}
+
+// Touches no member behind handle(), which may have destroyed this object.
+void WebSocketRequestHandler::handleNext() {
+    try {
+        const Entry entry = nextEntry();
+        if (entry && !mustWaitForDelegates(entry)) handle(*entry);
+    } catch (const Poco::Exception& e) {
+        ZOL_LOG_WARNING(RUN << ": A socket is may going down. Exp: " << e.displayText());
+    } catch (...) {
+        // An exception of a delegate costs its notification only.
+    }
+}
+
+// Null when the thread was woken up, or when it should look again whether somebody listens by now.
+WebSocketRequestHandler::Entry WebSocketRequestHandler::nextEntry() {
+    if (earlyEntriesAreDue()) {
+        const Entry entry = _earlyEntries.front();
+        _earlyEntries.pop_front();
+        return entry;
+    }
+    Poco::AutoPtr<Poco::Notification> notification(_earlyEntries.empty()
+                                                       ? _queue->waitDequeueNotification()
+                                                       : _queue->waitDequeueNotification(EARLY_POLL_MS));
+    return Entry(dynamic_cast<WebsocketNotification*>(notification.get()), true);
+}
+
+bool WebSocketRequestHandler::earlyEntriesAreDue() {
+    if (_earlyEntries.empty()) return false;
+    _listenedTo = _listenedTo || hasDelegates() || std::chrono::steady_clock::now() >= _earlyDeadline;
+    return _listenedTo;
+}
+
+// A frame, or a close, may come right behind the upgrade, before the owner could add its delegates: it waits
+// for them, and so does what comes behind it. Requests do not.
+bool WebSocketRequestHandler::mustWaitForDelegates(const Entry& entry) {
+    if (_listenedTo || entry->_type == Request) return false;
+    if (entry->_type == SocketClosedEvent) _closeReported = true;
+    if (_earlyEntries.empty()) {
+        _listenedTo = hasDelegates();
+        if (_listenedTo) return false;
+        _earlyDeadline = std::chrono::steady_clock::now() + EARLY_GRACE;
+    }
+    _earlyEntries.push_back(entry);
+    return true;
+}
+
+bool WebSocketRequestHandler::hasDelegates() const {
+    return !SocketDataAvailable.empty() || !SocketClosed.empty();
+}
+
+void WebSocketRequestHandler::handle(const WebsocketNotification& entry) {
+    switch (entry._type) {
+        case SocketEvent:
+            raiseData(entry);
+            break;
+        case Request:
+            sendRequest(entry);
+            break;
+        case SocketClosedEvent:
+            raiseClosed(entry);
+            break;
+    }
+}
+
+void WebSocketRequestHandler::raiseData(const WebsocketNotification& entry) {
+    if (!_disposing) SocketDataAvailable.notify(this, *entry._dataEventPayload);
+}
+
+void WebSocketRequestHandler::sendRequest(const WebsocketNotification& entry) {
+    if (_disposing) return;
+    std::ostringstream text;
+    entry._request->getData()->stringify(text, 0, -1);
+    Lock lock(_socketMutex);
+    if (_socket) Nubo::Net::sendFrame(*_socket, text.str(), Poco::Net::WebSocket::FRAME_TEXT);
+}
+
+// Does not look at _disposing: a close is always reported.
+void WebSocketRequestHandler::raiseClosed(const WebsocketNotification& entry) {
+    _closeReported = true;
+    SocketClosed.notify(this, *entry._closeEventPayload);
+}
+
+}  // namespace Nubo::Client

@@ -1,0 +1,200 @@
+#ifndef NUBO_CLIENT_CLIENTLIB_H
+#define NUBO_CLIENT_CLIENTLIB_H
+
+#include <Nubo/Client/IClientLibInterface.h>
+#include <Nubo/Client/IMessageSyncInterface.h>
+#include <Nubo/Client/SRServiceHandler.h>
+#include <Nubo/Export.h>
+#include <Nubo/Net/WebsocketConnectionManager.h>
+#include <Nubo/Net/WebsocketDataEventPayload.h>
+#include <Nubo/Net/WebsocketDataObjectSplitter.h>
+#include <Nubo/Net/WebsocketEventPayload.h>
+#include <Poco/BasicEvent.h>
+#include <Poco/Mutex.h>
+#include <Poco/SharedPtr.h>
+
+#include <atomic>
+#include <map>
+#include <mutex>
+#include <string>
+#include <vector>
+
+namespace Poco {
+class URI;
+}
+
+namespace Nubo::Client {
+
+/// The one object that an application makes to use the service platform: it owns the connection manager, the
+/// registry's handler, the table of service handlers and the list of open connections.
+///
+/// Order of use, all on the application's thread: construct, startup(), addService() for each service, use,
+/// shutdown(), destroy. It is started and shut down once. It outlives every handler and listener that uses
+/// it, and is outlived by the message sink.
+class ZOL_EXPORT ClientLib : public IClientLibInterface {
+public:
+    /// The configuration. The library supplies no defaults: the caller sets every field.
+    struct ClientLibParameters {
+        std::string useragent;                      ///< "User-Agent" of HTTP requests; empty: none is sent
+        uint32_t timeoutBeforePingServiceRegistry;  ///< ms of silence before the registry is pinged; 0: never
+        bool tcp_keepalive_enabled;                 ///< whether TCP keep-alive is set on new WebSockets
+        uint32_t tcp_keepalive_count_local;      ///< TCP_KEEPCNT, peer on this host (127.0.0.1, ::1, [::1])
+        uint32_t tcp_keepalive_time_local;       ///< TCP_KEEPIDLE in seconds, peer on this host
+        uint32_t tcp_keepalive_intval_local;     ///< TCP_KEEPINTVL in seconds, peer on this host
+        uint32_t tcp_keepalive_count_external;   ///< TCP_KEEPCNT, any other peer
+        uint32_t tcp_keepalive_time_external;    ///< TCP_KEEPIDLE in seconds, any other peer
+        uint32_t tcp_keepalive_intval_external;  ///< TCP_KEEPINTVL in seconds, any other peer
+        uint8_t countConnectService_Retry;       ///< ServiceHandler::setReconnectParameters, count
+        uint32_t delayConnectService_Retry;      ///< ServiceHandler::setReconnectParameters, milliseconds
+    };
+    using services_t = std::map<std::string, ServiceHandler::Ptr>;
+    using WebsocketRequestHandlerContainer = std::vector<WebSocketRequestHandler::Ptr>;
+
+    /// Raised for each JSON object that came in on any connection, after its worker has it.
+    /// Runs on: the connection manager's thread, which serves every socket. Called: once per object.
+    /// Holding: no lock. Must not: block; destroy the ClientLib or shut it down.
+    Poco::BasicEvent<const Nubo::Net::WebsocketDataEventPayload, Poco::FastMutex> SocketDataAvailable;
+
+    /// Raised when a connection has ended, after its worker was told.
+    /// Runs on, Holding, Must not: as SocketDataAvailable. Called: once per connection that the peer or the
+    /// manager ended.
+    Poco::BasicEvent<const Nubo::Net::WebsocketEventPayload, Poco::FastMutex> SocketClosed;
+
+    /// Connects nothing and starts no thread.
+    /// @param msgSync the application's sink, not owned; it outlives the ClientLib
+    /// @param params copied
+    ClientLib(IMessageSyncInterface* msgSync, const ClientLibParameters& params);
+
+    /// The handler registered under exactly that name. @return null, after an Error line, when there is none
+    ServiceHandler::Ptr getServiceHandler(const std::string& serviceName) const override;
+
+    /// The registry's connection; null while there is none. @throws Poco::NullPointerException after
+    /// shutdown()
+    WebSocketRequestHandler::Ptr getServiceRegistryWebSocket() const override;
+
+    /// Opens a WebSocket by a GET on "/" and the service's name, and registers it with the connection
+    /// manager. Any thread. Blocks for the connection attempt (POCO: 30 s) and the upgrade (60 s in all).
+    /// @param service the service's name, the path's only segment; may be empty (the registry)
+    /// @param address host name or address; an IPv6 literal with or without brackets
+    /// @param port TCP port
+    /// @param timeoutBeforePing ms of silence before a ping; the same time again without an answer closes; 0:
+    /// never
+    /// @return the connection's worker, never null
+    /// @throws Poco::NullPointerException before startup() and after shutdown(); otherwise what POCO throws
+    /// when
+    ///         connecting or the upgrade fails. Nothing is kept then.
+    WebSocketRequestHandler::Ptr createNewWebsocket(const std::string& service, const std::string& address,
+                                                    int port, uint32_t timeoutBeforePing) override;
+
+    /// Forgets a worker: neither its socket nor its thread is stopped. Null or unknown: nothing. Any thread.
+    void destroyWebsocket(WebSocketRequestHandler::Ptr wsReqHandler) override;
+
+    /// One HTTP exchange with the registry, following one redirection (307 with a Location, or 300 with the
+    /// address in the body's data). Any thread; blocks (POCO's time-outs: 30 s to connect, 60 s per receive).
+    /// @param response status, reason and headers of the last answer
+    /// @param body the last body, also that of a failed request
+    /// @param method as it goes into the request line
+    /// @param uri path and query, beginning with '/'
+    /// @param content request body, JSON; may be empty
+    /// @return true for a status below 400; false, after an Error line, otherwise. Never throws.
+    bool sendRequest(Poco::Net::HTTPResponse& response, std::string& body, const std::string& method,
+                     const std::string& uri, const std::string& content) const override;
+
+    /// Reads one resource through the registry. Any thread; blocks as sendRequest().
+    /// @return the parsed object; null, after a log line, unless the answer is 200 with a JSON object
+    Poco::JSON::Object::Ptr getResourceElement(const std::string& uri) const override;
+
+    /// Asks a resource list for an element by name. Any thread; blocks as sendRequest().
+    /// @param name goes into the query as it is, not encoded
+    /// @return the first match, or null
+    Poco::JSON::Object::Ptr findElementByName(const std::string& resource,
+                                              const std::string& name) const override;
+
+    /// Makes the transport and connects to the registry; the first attempt is made before it returns.
+    /// @throws Poco::NullPointerException after shutdown(); what creating the transport throws
+    void startup() override;
+
+    /// Shuts every handler down, closes every connection and ends every thread of the library. A second call
+    /// does nothing. Not from inside a callback. Blocks as ServiceHandler::shutdown() for each handler.
+    void shutdown() override;
+
+    /// Calls shutdown(), then releases the handlers.
+    virtual ~ClientLib();
+    ClientLib(const ClientLib&) = delete;
+    ClientLib& operator=(const ClientLib&) = delete;
+
+    /// Delegate of the splitter; passes the object to the worker of its connection. Manager's thread.
+    /// @throws Poco::NullPointerException when the payload has no socket
+    virtual void DataAvailableHandler(const Nubo::Net::WebsocketDataEventPayload& data);
+    /// Delegate of the connection manager; forgets the connection's worker and tells it. Manager's thread.
+    /// @throws Poco::NullPointerException when the payload has no socket
+    virtual void SocketClosedHandler(const Nubo::Net::WebsocketEventPayload& payload);
+
+    /// sendRequest() to any host and port, following one redirection.
+    bool sendRequest(const std::string& hostAddress, Poco::UInt16 portNumber,
+                     Poco::Net::HTTPResponse& response, std::string& body, const std::string& method,
+                     const std::string& uri, const std::string& content) const;
+    /// One exchange that follows nothing.
+    /// @param redirection set when the answer redirects, else left as it is
+    bool sendRequest(const std::string& hostAddress, Poco::UInt16 portNumber,
+                     Poco::Net::HTTPResponse& response, std::string& body, const std::string& method,
+                     const std::string& uri, const std::string& content, Poco::URI& redirection) const;
+
+    /// Builds a request path: `uri` with a leading '/', then "?$fields=...&$expand=...&filter".
+    /// @param fields member names separated by commas, or a text that has its own key; may be empty
+    /// @param expansionLevel 0: none
+    /// @param filter appended as it is; may be empty
+    /// @return empty when `uri` is; a '?' in `uri` is not noticed
+    static std::string createQuery(const std::string& uri, const std::string& fields, uint8_t expansionLevel,
+                                   const std::string& filter);
+
+    /// Takes every record separator (byte 1E hexadecimal, RFC 7464) out of `value`.
+    static void cleanJsonString(std::string& value);
+
+    /// Registers a handler under its service's name and starts it. A handler of that name is replaced:
+    /// released, not shut down; listeners of the old one must be started again. May be called inside a
+    /// callback.
+    /// @throws Poco::NullPointerException when `handler` is null
+    ServiceHandler::Ptr addService(ServiceHandler::Ptr handler);
+
+    /// Sets an integer socket option and reads it back.
+    /// @return true when the option then has that value; false also for a null socket. Never throws.
+    static bool setSocketOption(Poco::SharedPtr<Poco::Net::WebSocket>& webSocket, int level, int option,
+                                unsigned int value);
+
+    /// Delegate of the registry's handler: starts or shuts down every handler. Caller's thread.
+    void HandleServiceRegistryAvailabilityChanged(const ServiceHandler::ServiceRegistrationEventData_t& data);
+
+private:
+    void setTcpKeepaliveParameters(Poco::SharedPtr<Poco::Net::WebSocket>& webSocket, bool isLocal);
+    void setKeepaliveOptions(Poco::SharedPtr<Poco::Net::WebSocket>& webSocket, bool isLocal);
+    Poco::SharedPtr<Poco::Net::WebSocket> upgrade(const std::string& service, const std::string& address,
+                                                  int port);
+    WebSocketRequestHandler::Ptr registerConnection(Poco::SharedPtr<Poco::Net::WebSocket>& socket,
+                                                    long timeoutMs);
+    Poco::SharedPtr<Nubo::Net::WebsocketConnectionManager> connectionManager() const;
+    WebsocketRequestHandlerContainer::iterator findConnection(const Poco::Net::WebSocket& socket);
+    void unwireTransport();
+    void closeConnections();
+    void releaseReplacedHandlers();
+    std::vector<ServiceHandler::Ptr> handlers() const;
+
+    IMessageSyncInterface* const _iMsgSync;
+    std::atomic<bool> m_disposing;
+    const ClientLibParameters _params;
+    services_t _services;                                                         // application's thread only
+    Poco::SharedPtr<Nubo::Net::WebsocketConnectionManager> _wsConnectionManager;  // guarded by _mutexManager
+    Poco::SharedPtr<Nubo::Net::WebsocketDataObjectSplitter> _wsOjectSplitter;     // application's thread only
+    WebsocketRequestHandlerContainer _connections;  // guarded by _mutexConnections
+    Poco::Mutex _mutexConnections;  // for search and change only, never held while calling out
+    SRServiceHandler::Ptr _srServiceHandler;
+
+    // Leaf: shutdown() resets the manager while a reconnect thread may be opening a socket.
+    mutable std::mutex _mutexManager;
+    // Handlers that were replaced from inside one of their own callbacks; released once they have returned.
+    std::vector<ServiceHandler::Ptr> _replacedHandlers;
+};
+
+}  // namespace Nubo::Client
+
+#endif

@@ -1,0 +1,328 @@
+#ifndef NUBO_CLIENT_SERVICEHANDLER_H
+#define NUBO_CLIENT_SERVICEHANDLER_H
+
+#include <Nubo/Client/IMessageSyncInterface.h>
+#include <Nubo/Client/IWebSocketClosedHandlerImpl.h>
+#include <Nubo/Client/IWebSocketDataAvailableImpl.h>
+#include <Nubo/Client/IWebSocketOpenedHandlerImpl.h>
+#include <Nubo/Client/MultiThreadingObject.h>
+#include <Nubo/Client/WebSocketRequestHandler.h>
+#include <Nubo/Command/WebSocketRequestObject.h>
+#include <Nubo/Export.h>
+#include <Nubo/Net/WebsocketDataEventPayload.h>
+#include <Nubo/Net/WebsocketEventPayload.h>
+#include <Poco/BasicEvent.h>
+#include <Poco/Event.h>
+#include <Poco/JSON/Object.h>
+#include <Poco/Mutex.h>
+#include <Poco/Runnable.h>
+#include <Poco/SharedPtr.h>
+#include <Poco/Thread.h>
+
+#include <atomic>
+#include <cstdint>
+#include <list>
+#include <map>
+#include <mutex>
+#include <set>
+#include <string>
+
+namespace Poco {
+class URI;
+}
+
+namespace Nubo::Client {
+
+class IClientLibInterface;
+
+/// The library's representative of one micro service: it follows the service's registration, keeps the
+/// WebSocket to it while it is registered, reconnects, multiplexes subscriptions and delivers notifications.
+///
+/// The application makes one per service and hands it to ClientLib::addService(), which starts it.
+/// Unless said otherwise operations belong to the caller's thread: the one that runs the posted messages and
+/// that starts and stops the ClientLib. Nothing throws to the caller; failures are log lines.
+///
+/// What the handler does by itself: a lost connection is rebuilt at once and, failing that, retried from a
+/// thread of its own until it works or the service is withdrawn; after each new connection every live
+/// subscription is sent again exactly once. An application need not subscribe again after an outage (if it
+/// does, it removes the old subscription first).
+///
+/// A service name must not contain '-': notifications are matched by the part of the event's fragment between
+/// its first two dashes.
+class ZOL_EXPORT ServiceHandler : public MultiThreadingObject,
+                                  public IWebSocketOpenedHandlerImpl,
+                                  public IWebSocketClosedHandlerImpl,
+                                  public IWebSocketDataAvailableImpl,
+                                  public Poco::Runnable {
+public:
+    using Ptr = Poco::SharedPtr<ServiceHandler>;
+
+    /// Argument of MicroServiceRegistrationChanged: whose availability changed. Ask the handler for the
+    /// state.
+    struct ServiceRegistrationEventData_t {
+        ServiceHandler* handler;  ///< never null, valid during the call
+    };
+
+    /// One notification for one subscriber.
+    struct ZOL_EXPORT ServiceHandlerNotificationData_t {
+        ServiceHandler* handler;            ///< who raises it; never null, valid during the call
+        std::string event;                  ///< the subscriber's URI, as addSubscription() returned it
+        Poco::JSON::Object::Ptr container;  ///< the notification as received; shared: read only
+        std::string additionalFragment;     ///< the subscriber's tag
+        std::string type;                   ///< Nubo::Command::WebSocketResponseObject::TYPE_...
+
+        /// @return true when the service says that the resource no longer exists (an error with code 410).
+        /// @throws Poco::InvalidAccessException when the code is there but empty.
+        bool hasElementGone() const;
+    };
+
+    /// What a handler knows of one subscribed resource.
+    struct SubscriptionUriValue_t {
+        std::string subscrUri;  ///< the first subscriber's URI: the one subscribed at the service
+        Poco::JSON::Object::Ptr
+            Value;           ///< the last message received for it, an error too; null before the first
+        bool autosubscribe;  ///< as the first subscriber asked
+    };
+
+    using SubscCounterMapType = std::map<std::string, unsigned int>;
+    using SubscripersMapType = std::map<std::string, std::list<std::string>>;
+    using SubscrUriValueMapType = std::map<std::string, SubscriptionUriValue_t>;
+
+    /// Raised for each notification, once per subscriber.
+    /// Runs on: the caller's thread, while it runs a posted message. Holding: no lock.
+    /// Called: in the order in which the subscribers subscribed. A delegate may subscribe, unsubscribe and
+    /// throw. Must not: shut this handler or the ClientLib down, or destroy either (they wait for the call to
+    /// end); run further messages of the sink.
+    Poco::BasicEvent<const ServiceHandlerNotificationData_t, Poco::FastMutex> SocketDataAvailable;
+
+    /// Raised when isAvailable() has changed.
+    /// Runs on: the caller's thread, within start(), shutdown() or a posted message. Holding: no lock.
+    /// Called: once per change. Must not: as SocketDataAvailable.
+    Poco::BasicEvent<const ServiceRegistrationEventData_t, Poco::FastMutex> MicroServiceRegistrationChanged;
+
+    /// Does no I/O.
+    /// @param serviceName the name under which the service is registered; fixed
+    /// @param clientLib, messageSync not owned, both outlive the handler. Null is tolerated: nothing then
+    /// works,
+    ///        and the lines that say so name a null pointer or a refused message.
+    /// @param timeoutBeforePing milliseconds of silence on the service's connection before it is pinged; no
+    ///        answer for the same time again closes it. 0: never.
+    /// @param autoReconnect false: a lost connection is torn down and stays so, until the registry reports
+    /// the
+    ///        service as withdrawn and registered again.
+    ServiceHandler(const std::string& serviceName, IClientLibInterface* clientLib,
+                   IMessageSyncInterface* messageSync, uint32_t timeoutBeforePing, bool autoReconnect);
+
+    /// Takes the handler off every connection and waits for its reconnect thread, which may take as long as a
+    /// connection attempt that is under way. Does not announce anything; call shutdown() for that.
+    ~ServiceHandler() override;
+
+    /// Announces the loss of the service, if it was available, closes its connection and refuses further
+    /// messages. Not from inside a callback of this handler. Blocks for up to 1 s per worker thread, and as
+    /// long as a connection attempt that is under way.
+    void shutdown() override;
+
+    /// Subscribes to this service's entry at the registry, whose answers then make the handler connect.
+    /// Called by the ClientLib; repeated calls replace the earlier ones. Without a registry connection: an
+    /// Error line.
+    virtual void start();
+
+    /// Subscribes to a resource. The service sees one subscription per resource, however many subscribers.
+    /// @param uri the resource; scheme, host and port are dropped, the rest is normalised (normalizeUrl)
+    /// @param tag comes back as `additionalFragment` of each notification; may be empty, may contain '-'
+    /// @param autosubscribe passed to the service by the first subscriber of the resource
+    /// @return the subscriber's own URI: it names the subscriber in notifications and removes the
+    /// subscription.
+    ///         Empty when it failed (an Error line).
+    /// If the resource's current data is known it is posted to the new subscriber at once (the last message,
+    /// whatever it was). While the service is away the subscription is kept and sent when it comes back.
+    virtual std::string addSubscription(const std::string& uri, const std::string& tag, bool autosubscribe);
+
+    /// Undoes one addSubscription(); the service is told when the last subscriber of the resource has left.
+    /// @param virtualUri what addSubscription() returned. Unknown: an Error line, nothing changes.
+    virtual void removeSubscription(const std::string& virtualUri);
+
+    /// @return true when the registry has reported an address and a connection to the service exists. Any
+    /// thread.
+    virtual bool isAvailable() const;
+
+    std::string getServiceName() const;
+    int getServicePort() const;  ///< as the registry reported it; 0 when not registered. Any thread.
+
+    /// The connection's worker, null when there is none. Any thread; never blocks.
+    WebSocketRequestHandler::Ptr getWebSocket() const;
+
+    /// How the reconnect thread works: series of `count` attempts, `delayMs` milliseconds (plus 0 to 99 at
+    /// random) apart, with a pause of twenty delays between two series. Takes effect at the next start of
+    /// that thread.
+    void setReconnectParameters(uint8_t count, uint32_t delayMs);
+
+    /// Sends a request over the service's connection; an Error line when there is none. Does not block.
+    void operator<<(const Nubo::Command::WebSocketRequestObject& request);
+
+    /// Brings a URI into the one form under which its resource is known: path, query and fragment only,
+    /// encoded; a collection ends in one '/', an element in none. normalizeUrl(normalizeUrl(x)) ==
+    /// normalizeUrl(x). Limits: %2F in a path becomes '/', %23 and %26 in a query are not kept apart from '#'
+    /// and '&'.
+    /// @throws Poco::SyntaxException when `url` is no URI.
+    std::string normalizeUrl(const std::string& url);
+
+    /// A number in decimal that no other handler of the process has got; the first one is 11.
+    std::string getUniqueId();
+
+    /// Delegates of the workers that the handler listens on. Each runs on the worker's thread, holds no lock,
+    /// posts to the sink, and is not to be called by applications.
+    void WebSocketDataAvailableHandler(const Nubo::Net::WebsocketDataEventPayload& payload);
+    void WebSocketClosedHandler(const Nubo::Net::WebsocketEventPayload& payload);
+
+protected:
+    /// Raises SocketDataAvailable; every delegate is served, also when one throws. Caller's thread.
+    virtual void RaiseSocketDataAvailable(const ServiceHandlerNotificationData_t& data);
+    /// Announces availability: the place for a subclass to intercept it. Caller's thread.
+    virtual void RaiseMicroServiceRegistrationChanged(const ServiceRegistrationEventData_t& data);
+    virtual void LogServiceAvailability() const;
+
+public:
+    /// Name and address for log lines: "Media (10.0.0.5)". Any thread.
+    virtual std::string getServiceDescription() const;
+
+    void WebSocketDataAvailableHandlerSync(const Poco::JSON::Object::Ptr& data) override;
+    void WebSocketClosedHandlerSync(const Nubo::Net::WebsocketEventPayload& payload) override;
+    void WebSocketOpenedHandlerSync() override;
+
+    /// The reconnect thread's body; not to be called by users.
+    void run() override;
+
+protected:
+    /// Called, on the caller's thread, when the connection was replaced while the service stayed available,
+    /// so that no event says so. The default does nothing.
+    virtual void HandleConnectionReplaced();
+
+    /// Takes over what the registry says; an empty address: not registered.
+    void setNewServiceAddress(std::string address, uint16_t port);
+    /// RaiseMicroServiceRegistrationChanged() for this handler, past the virtual.
+    void TriggerMicroServiceRegistrationChanged();
+    void RaiseMicroServiceRegistrationChangedInternal(const ServiceRegistrationEventData_t& data);
+    /// Moves one subscription to another resource; nothing happens when the URI stays the same.
+    /// @param currentUri, subscriptionId the caller's record, updated; an empty `newUri` only unsubscribes
+    void RefreshSubscription(std::string& currentUri, std::string& subscriptionId, const std::string& newUri);
+    /// Splits the fragment "id-first-second" of a URI; both are empty when it has no dash.
+    void parseUriFragments(const std::string& uri, std::string& first, std::string& second);
+    /// Takes the delegates off the connection and gives it back to the ClientLib. Any thread.
+    /// @return true
+    bool destroyWebsocket();
+    /// Waits up to 1 s. @return true when the reconnect thread has ended or never ran
+    bool stopReconnectThread();
+    /// Stops the reconnect thread for good; for destructors, since the thread makes virtual calls.
+    void endReconnectThread();
+
+private:
+    struct ServiceAddress_t {
+        std::string host;
+        int port;
+    };
+    /// One connection and its number: no two connections of a handler have the same one.
+    struct Connection_t {
+        WebSocketRequestHandler::Ptr worker;
+        uint64_t generation;
+    };
+    enum class ReconnectState { Idle, Running, RunAgain };
+
+    // registry (ServiceHandler.cpp)
+    void attachToRegistry(WebSocketRequestHandler::Ptr registry);
+    void detachFromRegistry();
+    void addDelegates(WebSocketRequestHandler& worker);
+    void removeDelegates(WebSocketRequestHandler& worker);
+    void leaveRegistryAndService();
+    void closeServiceConnection();
+    ServiceAddress_t serviceAddress() const;
+
+    // connection (ServiceHandlerConnection.cpp)
+    void ServiceAvailabilityChanged(bool available);
+    void tearDownConnection();
+    void announceAvailability();
+    bool reconnectServiceSocket();
+    bool connectToService();
+    void startReconnectThread();
+    bool joinReconnectThread(long milliseconds);
+    bool mayRunAgain();
+    bool isReconnectPossible() const;
+    void retryUntilConnected();
+    bool waitForNextSeries(long delayMs);
+    bool postOpened();
+    bool shutdownWebSocket();
+    Connection_t connection() const;
+    void setConnection(const WebSocketRequestHandler::Ptr& worker);
+    bool post(Nubo::Util::DataMessageBase* message);
+
+    // subscriptions (ServiceHandlerSubscriptions.cpp)
+    void checkExpansionLevel(const std::string& realUri);
+    void addSubscriber(const SubscriptionUriValue_t& resource, const std::string& virtualUri);
+    void serveCurrentData(const SubscriptionUriValue_t& resource, const std::string& virtualUri);
+    void countSubscription(const std::string& virtualUri, const std::string& tag);
+    void countRemoval(const std::string& virtualUri);
+    void subscribeAtService(const SubscriptionUriValue_t& resource);
+    void resubscribeAll();
+    void unsubscribeAtService(SubscrUriValueMapType::iterator resource);
+    uint64_t sendToService(const Nubo::Command::WebSocketRequestObject& request);
+
+    // notifications (ServiceHandlerNotifications.cpp)
+    void postNotification(std::string& text);
+    void handleServiceUpdates(const Poco::JSON::Object& notification);
+    void handleNotification(const Poco::JSON::Object::Ptr& data, const std::string& event,
+                            const std::string& type);
+    void notifySubscribers(const std::string& subscrUri, ServiceHandlerNotificationData_t& data);
+    void notifySubscriber(ServiceHandlerNotificationData_t& data, const std::string& virtualUri);
+    bool isSubscribed(const std::string& subscrUri, const std::string& virtualUri) const;
+
+    IClientLibInterface* const _clientLibInterface;
+    IMessageSyncInterface* const _messageSyncInterface;
+    static std::atomic<int>
+        unique_id_per_session_counter;  // atomic: each handler locks its own mutex around it
+    Poco::Mutex _sessionIdMutex;
+    const std::string _serviceName;
+    std::atomic<bool> _isSocketConnected;            // written by the reconnect thread too
+    std::string _serviceAddress;                     // guarded by _mutexState
+    int _servicePort;                                // guarded by _mutexState
+    WebSocketRequestHandler::Ptr _serviceWebSocket;  // replaced under _socketMutex; the pointer: _mutexState
+    Poco::Event _wait;
+    Poco::Mutex _socketMutex;  // serialises connecting and tearing down; held across a connection attempt
+    std::atomic<bool> _lastServiceAvailableValue;
+    static SubscCounterMapType _subscrCounter;  // guarded by _mutexSubscriptioncounter
+    SubscripersMapType _subscrMapSubscribers;   // caller's thread only
+    SubscrUriValueMapType _subscrUriValueMap;   // caller's thread only
+    static Poco::Mutex _mutexSubscriptioncounter;
+    static uint16_t _subscriptioncounter;     // guarded by _mutexSubscriptioncounter
+    bool _serviceAvailabilityChangedEntered;  // caller's thread only
+    const bool _autoReconnect;
+    std::atomic<uint8_t> _countConnectServiceRetry;
+    std::atomic<uint32_t> _delayConnectServiceRetry;
+    const uint32_t _timeoutBeforePing;
+    Poco::Thread _reconnectThreadObject;
+
+    // Leaf: the address and the connection as other threads read them; never held across I/O or a call-out.
+    mutable std::mutex _mutexState;
+    uint64_t _connectionGeneration = 0;  // guarded by _mutexState
+
+    // The worker on which start() put this handler's delegates: they come off that one, whichever is current.
+    WebSocketRequestHandler::Ptr _attachedRegistry;  // caller's thread only
+
+    // The connection last announced, and which subscriptions were already sent on which connection, so that
+    // each is sent once. Caller's thread only.
+    uint64_t _announcedGeneration = 0;
+    uint64_t _subscribedGeneration = 0;
+    std::set<std::string> _subscribedUris;
+    uint64_t _removals = 0;  // counts removed subscribers, so that a running round notices them
+
+    // Leaf. A Poco::Thread says nothing reliable about a second run, so the state of the reconnect thread is
+    // kept here; its last decision, to end or to go on, is taken under this lock.
+    std::mutex _mutexReconnect;
+    ReconnectState _reconnectState = ReconnectState::Idle;  // guarded by _mutexReconnect
+    bool _reconnectJoined = true;                           // guarded by _mutexReconnect
+    Poco::Event _reconnectEnded{Poco::Event::EVENT_MANUALRESET};
+    std::atomic<bool> _reconnectStopped{false};
+};
+
+}  // namespace Nubo::Client
+
+#endif

@@ -1,0 +1,130 @@
+#ifndef NUBO_CLIENT_SERVICELISTENER_H
+#define NUBO_CLIENT_SERVICELISTENER_H
+
+#include <Nubo/Client/MultiThreadingObject.h>
+#include <Nubo/Client/ServiceHandler.h>
+#include <Nubo/Export.h>
+#include <Poco/Mutex.h>
+
+#include <atomic>
+#include <cstdint>
+#include <map>
+#include <string>
+#include <vector>
+
+namespace Nubo::Client {
+
+class IClientLibInterface;
+
+/// Bundles the services and subscriptions that one feature of the application needs. The application derives
+/// from it, names the services (mandatory or optional), starts it, and is told when the set as a whole
+/// becomes available or unavailable, and of the notifications of its own subscriptions.
+///
+/// Order of use, on the caller's thread: construct, addServiceToMonitor() for each service, startup(),
+/// addSubscription() once available, shutdown(), destroy. It may be started again after shutdown(). It is
+/// shut down before the ClientLib. Nothing throws to the caller.
+///
+/// Availability is remembered for the first sixteen services by name: those behind them count when deciding
+/// whether all mandatory ones are available, but their changes alone report nothing.
+class ZOL_EXPORT ServiceListener : public MultiThreadingObject {
+public:
+    using subscriptions_t = std::vector<std::string>;
+
+    /// What HandleMicroServicesAvailable() was last called for.
+    enum NotificationStates : uint32_t {
+        Unknown = 0,     ///< nothing reported yet
+        Available = 1,   ///< all mandatory services became available
+        Unavailable = 2  ///< a mandatory service became unavailable
+    };
+
+    /// @param clientlib not owned, outlives the listener; null: the listener does nothing
+    /// @param uniqueId tells the listeners of the process apart: notifications are routed by it (a
+    ///        UserStory's id, for example)
+    ServiceListener(IClientLibInterface* clientlib, uint16_t uniqueId);
+    /// Does not shut down: the owner does that first.
+    ~ServiceListener() override;
+
+    /// Hooks the listener on its services and reports what is available already, from within this call.
+    /// @pre each monitored service has a handler, else an Error line; without services an Error line as well
+    void startup() override;
+    /// Unhooks the listener and removes its subscriptions. Allowed inside its own callbacks.
+    void shutdown() override;
+
+    /// The set became available (also: changed while all mandatory services are available, for example when
+    /// an optional one came or went) or unavailable. Override it; empty by default. Runs on: the caller's
+    /// thread, within startup() or a posted message. Called: as the class says. Holding: no lock. Must not:
+    /// shut a ServiceHandler or the ClientLib down (they wait for this call); run further messages of the
+    /// sink. May: subscribe, unsubscribe, add services, shut this listener down, throw (an Error line).
+    virtual void HandleMicroServicesAvailable(bool available);
+
+    /// A notification of one of this listener's subscriptions. Override it; empty by default.
+    /// Runs on, Holding, Must not, May: as HandleMicroServicesAvailable(). Called: once per notification and
+    /// subscription; `data` is valid during the call, its container is shared and read-only.
+    virtual void HandleServiceHandlerNotification(
+        const ServiceHandler::ServiceHandlerNotificationData_t& data);
+
+    uint16_t getUniqueId() const;
+    std::string getUniqueIdAsHexString() const;  ///< "0x" and lower-case hexadecimal without leading zeros
+    NotificationStates getLastNotificationState() const;
+
+    /// Adds a service whose handler is already registered with the ClientLib (else a Warning line); the first
+    /// flag given for a name stays. After startup() it takes effect at the next startup() (a Warning line).
+    void addServiceToMonitor(const std::string& serviceName, bool optional);
+
+    /// Subscribes to a resource of a monitored, available service.
+    /// @param uri, fields, expansionLevel, filter as in ClientLib::createQuery()
+    /// @param autosubscribe as in ServiceHandler::addSubscription()
+    /// @return the subscription's URI; empty, mostly after an Error line, when nothing was subscribed
+    /// The subscription survives outages of the service; it is undone by removeSubscription() or shutdown().
+    std::string addSubscription(const std::string& uri, const std::string& fields, uint8_t expansionLevel,
+                                const std::string& filter, bool autosubscribe);
+
+    /// Undoes a subscription, named by what addSubscription() returned. No log line of its own.
+    void removeSubscription(const std::string& uri);
+
+    /// Entries for an owner that forwards from another thread: log (availability) and call the callback.
+    void HandleMicroServicesAvailableSync(bool available);
+    void HandleServiceHandlerNotificationSync(const ServiceHandler::ServiceHandlerNotificationData_t& data);
+
+    /// Delegates on the handlers' events; not to be called by applications.
+    void HandleMicroServiceRegistrationChangedInternal(
+        const ServiceHandler::ServiceRegistrationEventData_t& data);
+    void HandleServiceHandlerNotificationInternal(
+        const ServiceHandler::ServiceHandlerNotificationData_t& data);
+
+private:
+    /// What one walk over the monitored services found.
+    struct Evaluation_t {
+        uint32_t mask;
+        bool allAvailable;
+    };
+
+    ServiceHandler::Ptr requireHandler(const std::string& serviceName) const;
+    void hookHandler(ServiceHandler& handler);
+    void unhookHandler(ServiceHandler& handler);
+    ServiceHandler::Ptr hookAllHandlers();
+    void unhookAllHandlers();
+    void removeAllSubscriptions();
+    void insertService(const std::string& serviceName, bool optional);
+    Evaluation_t evaluateServices();
+    void reportAvailable(const Evaluation_t& evaluation);
+    void reportUnavailable(Evaluation_t evaluation, const std::string& serviceName);
+    bool clearAvailability(const std::string& serviceName, uint32_t& mask);
+    std::string subscribe(const std::string& query, bool autosubscribe);
+    void forgetSubscription(const std::string& query);
+
+    IClientLibInterface* const _clientlib;
+    std::map<std::string, bool> _servicesToListen;  // guarded by _mutexServices
+    subscriptions_t _subscriptions;                 // guarded by _mutexServices
+    Poco::Mutex _mutexServices;                     // never held while a callback of the application runs
+    std::atomic<NotificationStates> _lastNotificationState;
+    std::atomic<uint32_t> _lastNotificationStateEnum;
+    std::atomic<bool> _started;
+    std::atomic<bool> _disposing;
+    const uint16_t _uniqueId;
+    const std::string _uniqueIdAsHexString;
+};
+
+}  // namespace Nubo::Client
+
+#endif
