@@ -1,0 +1,123 @@
+#include <Nubo/Simulator/Endpoint.h>
+
+#include <algorithm>
+
+#include "ChangeSignal.h"
+#include "FaultTable.h"
+#include "Listener.h"
+#include "SocketTable.h"
+
+namespace Nubo::Simulator {
+
+using Guard = std::lock_guard<std::mutex>;
+
+Endpoint::Endpoint(const std::string& address, Poco::UInt16 port, ChangeSignal& changed)
+    : _address(address),
+      _changed(changed),
+      _recorder(changed),
+      _faults(std::make_unique<FaultTable>()),
+      _sockets(std::make_unique<SocketTable>()),
+      _listener(std::make_unique<Listener>(address, port)) {
+    _port = _listener->port();
+}
+
+Endpoint::~Endpoint() = default;
+
+void Endpoint::start() {
+    Guard guard(_lifeMutex);
+    if (!_running) startLocked();
+}
+
+void Endpoint::startLocked() {
+    _listener->start([this](const Poco::Net::StreamSocket& stream) { _sockets->add(*this, stream); });
+    _running = true;
+}
+
+void Endpoint::stop() {
+    Guard guard(_lifeMutex);
+    stopLocked();
+}
+
+void Endpoint::stopLocked() {
+    _listener->stop();
+    _sockets->stop();
+    _running = false;
+    _changed.raise();
+}
+
+void Endpoint::relocate() {
+    Guard guard(_lifeMutex);
+    const bool wasRunning = _running;
+    stopLocked();
+    _listener = std::make_unique<Listener>(_address, 0);
+    _port = _listener->port();
+    if (wasRunning) startLocked();
+}
+
+bool Endpoint::isRunning() const {
+    Guard guard(_lifeMutex);
+    return _running;
+}
+
+void Endpoint::onUpgrade(const Fault_t& fault, int times) {
+    _faults->setUpgrade(fault, times);
+}
+
+void Endpoint::onHttp(const std::string& path, const Fault_t& fault, int times) {
+    _faults->setHttp(path, fault, times);
+}
+
+void Endpoint::glue(const std::string& bytes) {
+    _faults->setGlue(bytes);
+}
+
+void Endpoint::goSilent() {
+    Guard guard(_order);
+    _silent = true;
+    _sockets->setSilent(true);
+}
+
+void Endpoint::speak() {
+    Guard guard(_order);
+    _silent = false;
+    for (const auto& connection : _sockets->open())
+        for (const auto& missed : connection->subscriptions().takeMissed()) pushData(*connection, missed);
+    _sockets->setSilent(false);
+}
+
+void Endpoint::clearFaults() {
+    _faults->clear();
+    speak();
+}
+
+std::size_t Endpoint::dropSockets(const Ending_t& ending) {
+    const auto open = _sockets->open();
+    const auto dropped = std::count_if(open.begin(), open.end(),
+                                       [&](const auto& connection) { return connection->end(ending); });
+    _changed.raise();
+    return static_cast<std::size_t>(dropped);
+}
+
+bool Endpoint::dropSocket(unsigned number, const Ending_t& ending) {
+    bool dropped = false;
+    for (const auto& connection : _sockets->open())
+        if (connection->number() == number) dropped = connection->end(ending);
+    _changed.raise();
+    return dropped;
+}
+
+std::size_t Endpoint::openSockets() const {
+    return _sockets->open().size();
+}
+
+std::vector<unsigned> Endpoint::socketNumbers() const {
+    std::vector<unsigned> numbers;
+    for (const auto& connection : _sockets->open()) numbers.push_back(connection->number());
+    return numbers;
+}
+
+void Endpoint::raiseChanged() {
+    _changed.raise();
+}
+
+}  // namespace Nubo::Simulator

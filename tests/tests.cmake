@@ -1,0 +1,2 @@
+zol_add_test(LoggingTest)
+zol_add_test(VocabularyTest)
