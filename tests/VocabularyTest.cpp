@@ -172,6 +172,33 @@ TEST(JSONTools, CloneSharesNothing) {
     EXPECT_TRUE(Nubo::Util::JSONTools::cloneJsonObject(nullptr).isNull());
 }
 
+/// Types and values of a parsed text, so that an integer is told from a number that prints like one.
+std::string shape(const Poco::Dynamic::Var& value) {
+    std::string text;
+    if (value.type() == typeid(Object::Ptr)) {
+        for (const auto& member : *value.extract<Object::Ptr>())
+            text += member.first + ":" + shape(member.second);
+        return "{" + text + "}";
+    }
+    if (value.type() == typeid(Poco::JSON::Array::Ptr)) {
+        for (const auto& element : *value.extract<Poco::JSON::Array::Ptr>()) text += shape(element);
+        return "[" + text + "]";
+    }
+    return value.isEmpty() ? "null;" : value.type().name() + ("=" + value.convert<std::string>()) + ";";
+}
+
+TEST(JSONTools, CloneIsWhatWritingAndParsingGives) {
+    for (const char* text :
+         {R"({})", R"({"":1})", R"({"a":null,"b":true,"c":[],"d":{},"e":[[{"f":[1,"x",null]}]]})",
+          R"({"a":0,"b":-5,"c":9223372036854775807,"d":18446744073709551615,"e":-9223372036854775808})",
+          R"({"a":1.0,"b":1.5,"c":1e5,"d":-0.0,"e":1e-7,"f":123456789.125,"g":1e300})",
+          R"({"a":"\u00e4\n\t\"\\\/\u0001\u007f\ud83d\ude00","b":"x\u0000y","c\u0000d":1})"}) {
+        const Object::Ptr original = Poco::JSON::Parser().parse(text).extract<Object::Ptr>();
+        const Object::Ptr byText = Poco::JSON::Parser().parse(written(*original)).extract<Object::Ptr>();
+        EXPECT_EQ(shape(Nubo::Util::JSONTools::cloneJsonObject(original)), shape(byText)) << text;
+    }
+}
+
 struct SplitterRow {
     std::string text;
     Texts objects;

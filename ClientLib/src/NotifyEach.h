@@ -14,20 +14,21 @@ namespace Nubo::Client {
 template <class Args, class Mutex>
 void notifyEach(Poco::BasicEvent<Args, Mutex>& event, const void* sender, Args& args) {
     using Delegates = Poco::DefaultStrategy<Args, Poco::AbstractDelegate<Args>>;
-    // The event's list of delegates is protected: a member pointer taken through a derived class reaches it.
-    struct EventAccess : Poco::BasicEvent<Args, Mutex> {
-        static Delegates copyOf(Poco::BasicEvent<Args, Mutex>& event) {
-            typename Mutex::ScopedLock lock(event.*(&EventAccess::_mutex));
-            return event.*(&EventAccess::_enabled) ? event.*(&EventAccess::_strategy) : Delegates();
-        }
-    };
+    // List and delegates are protected: derived classes, and member pointers taken through them, reach them.
     struct EachOf : Delegates {
         explicit EachOf(const Delegates& delegates) : Delegates(delegates) {}
         auto& list() { return this->_delegates; }
     };
+    struct EventAccess : Poco::BasicEvent<Args, Mutex> {
+        static EachOf copyOf(Poco::BasicEvent<Args, Mutex>& event) {
+            typename Mutex::ScopedLock lock(event.*(&EventAccess::_mutex));
+            if (!(event.*(&EventAccess::_enabled))) return EachOf(Delegates());
+            return EachOf(event.*(&EventAccess::_strategy));
+        }
+    };
 
     std::exception_ptr first;
-    EachOf each(EventAccess::copyOf(event));
+    EachOf each = EventAccess::copyOf(event);
     for (auto& delegate : each.list()) {
         try {
             delegate->notify(sender, args);

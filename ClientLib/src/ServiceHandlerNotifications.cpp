@@ -2,22 +2,22 @@
 // caller's.
 
 #include <Logging/LogLine.h>
-#include <Nubo/Client/ClientLib.h>
 #include <Nubo/Client/DataMessages/WebSocketDataAvailableMessage.h>
 #include <Nubo/Client/ServiceHandler.h>
 #include <Nubo/Command/StatusObject.h>
 #include <Nubo/Command/WebSocketResponseObject.h>
 #include <Nubo/Data/ServiceBase.h>
 #include <Nubo/Data/XObjectBase.h>
-#include <Nubo/Net/WebsocketDataObjectSplitter.h>
 #include <Nubo/ServiceRegistryConnection.h>
 #include <Nubo/Util/JSONTools.h>
 #include <Poco/Exception.h>
 #include <Poco/JSON/Array.h>
 #include <Poco/URI.h>
 
+#include "EventFragment.h"
+#include "NotificationText.h"
 #include "NotifyEach.h"
-#include "ParseJson.h"
+#include "ParsedPayload.h"
 
 namespace Nubo::Client {
 
@@ -33,13 +33,6 @@ constexpr const char* REGISTRY_PATH = "/";
 constexpr const char* DATA_AVAILABLE_HANDLER_SYNC =
     "virtual void Nubo::Client::ServiceHandler::WebSocketDataAvailableHandlerSync(const Ptr&)";
 
-/// A member that must be there and must be a string. @throws Poco::InvalidAccessException
-std::string stringMember(const Object& object, const std::string& key) {
-    const Poco::Dynamic::Var value = object.get(key);
-    if (!value.isString()) throw Poco::InvalidAccessException("no text under", key);
-    return value.extract<std::string>();
-}
-
 /// The first record of that name, null when there is none. Whatever is no record is skipped.
 Object::Ptr findRecord(const Poco::JSON::Array& records, const std::string& name) {
     for (unsigned int i = 0; i < records.size(); ++i) {
@@ -53,7 +46,7 @@ Object::Ptr findRecord(const Poco::JSON::Array& records, const std::string& name
 
 /// The host of a record's URI. Services that run beside the registry publish one without a host.
 std::string hostOf(const Object& record) {
-    const std::string host = Poco::URI(record.getValue<std::string>(XObjectBase::KEY_URI)).getHost();
+    const std::string host = Poco::URI(stringMember(record, XObjectBase::KEY_URI)).getHost();
     return host.empty() ? ServiceRegistryConnection::ADDRESS : host;
 }
 
@@ -71,31 +64,25 @@ bool ServiceHandler::ServiceHandlerNotificationData_t::hasElementGone() const {
 void ServiceHandler::WebSocketDataAvailableHandler(const Nubo::Net::WebsocketDataEventPayload& payload) {
     MultiThreadingObjectLockGuard guard(this);
     if (!guard.tryEnter()) return;
-    std::vector<std::string> texts;
-    Nubo::Net::WebsocketDataObjectSplitter().splitJsonDataObjectString(payload.data, texts);
-    for (std::string& text : texts) postNotification(text);
+    if (const auto* shared = dynamic_cast<const ParsedPayload*>(&payload)) {
+        postNotifications(shared->texts());
+    } else {
+        postNotifications(parseBlock(payload.data));
+    }
 }
 
-void ServiceHandler::postNotification(std::string& text) {
-    try {
-        ClientLib::cleanJsonString(text);
-        const Object::Ptr notification = parseJsonObject(text);
-        const std::string event =
-            normalizeUrl(stringMember(*notification, WebSocketRequestObject::FIELD_EVENT));
-        stringMember(*notification, WebSocketRequestObject::FIELD_TYPE);
-        std::string service;
-        std::string tag;
-        parseUriFragments(event, service, tag);
-        ZOL_LOG_INFO("OnWebSocketNotification: " << text);
+void ServiceHandler::postNotifications(const std::vector<ParsedText_t>& texts) {
+    for (const ParsedText_t& parsed : texts) {
+        if (!parsed.object) {
+            ZOL_LOG_ERROR("OnWebSocketNotification: error parsing JSON: " << parsed.error);
+            continue;
+        }
+        ZOL_LOG_INFO("OnWebSocketNotification: " << parsed.text);
         // Every handler hears the registry's connection: what names another service is that one's business.
-        if (!service.empty() && service != _serviceName) return;
-        if (!post(new WebSocketDataAvailableMessage(this, notification))) {
+        if (!parsed.service.empty() && parsed.service != _serviceName) continue;
+        if (!post(new WebSocketDataAvailableMessage(this, parsed.object))) {
             ZOL_LOG_WARNING("ServiceHandler::WebSocketDataAvailableHandler: Could not enqueue message!");
         }
-    } catch (const Poco::Exception& e) {
-        ZOL_LOG_ERROR("OnWebSocketNotification: error parsing JSON: " << e.displayText());
-    } catch (const std::exception& e) {
-        ZOL_LOG_ERROR("OnWebSocketNotification: error parsing JSON: " << e.what());
     }
 }
 
@@ -105,15 +92,14 @@ void ServiceHandler::WebSocketDataAvailableHandlerSync(const Object::Ptr& data) 
     MultiThreadingObjectLockGuard guard(this);
     if (!guard.tryEnter()) return;
     try {
-        const std::string event = stringMember(*data, WebSocketRequestObject::FIELD_EVENT);
-        const std::string type = stringMember(*data, WebSocketRequestObject::FIELD_TYPE);
-        std::string service;
-        std::string tag;
-        parseUriFragments(event, service, tag);
+        const std::string event = eventOf(*data);
+        const std::string type = typeOf(*data);
+        const UriText uri(event);
+        const std::string service = EventFragment(uri).service;
         // The registry's handler has an empty name: an event without a service part is nobody's all the same.
         if (type == WebSocketResponseObject::TYPE_SUBSCRIBE || service.empty() || service != _serviceName)
             return;
-        if (Poco::URI(event).getPath() == REGISTRY_PATH) {
+        if (uri.path() == REGISTRY_PATH) {
             if (type == WebSocketResponseObject::TYPE_DATA) handleServiceUpdates(*data);
         } else {
             handleNotification(data, event, type);
@@ -141,8 +127,8 @@ void ServiceHandler::handleServiceUpdates(const Object& notification) {
 
 void ServiceHandler::handleNotification(const Object::Ptr& data, const std::string& event,
                                         const std::string& type) {
-    // Both maps are keyed by normalised URIs, which a service need not echo.
-    const std::string subscrUri = normalizeUrl(event);
+    // Both maps are keyed by normalised URIs, which a service need not echo; one that is a key is normalised.
+    const std::string subscrUri = _subscrMapSubscribers.count(event) != 0 ? event : normalizeUrl(event);
     const auto resource = _subscrUriValueMap.find(subscrUri.substr(0, subscrUri.find('#')));
     if (resource != _subscrUriValueMap.end())
         resource->second.Value = Nubo::Util::JSONTools::cloneJsonObject(data);
@@ -168,8 +154,7 @@ void ServiceHandler::notifySubscribers(const std::string& subscrUri, ServiceHand
 void ServiceHandler::notifySubscriber(ServiceHandlerNotificationData_t& data, const std::string& virtualUri) {
     ZOL_LOG_INFO(DATA_AVAILABLE_HANDLER_SYNC << " notify subscriber " << virtualUri);
     try {
-        std::string service;
-        parseUriFragments(virtualUri, service, data.additionalFragment);
+        data.additionalFragment = EventFragment(virtualUri).tag;
         data.event = virtualUri;
         RaiseSocketDataAvailable(data);
     } catch (const Poco::Exception& e) {

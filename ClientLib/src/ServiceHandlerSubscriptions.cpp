@@ -12,6 +12,8 @@
 
 #include <algorithm>
 
+#include "EventFragment.h"
+
 namespace Nubo::Client {
 
 using Nubo::Command::RequestBase;
@@ -41,14 +43,9 @@ std::string encoded(const std::string& text, const char* reserved) {
 std::string normalizedPath(const Poco::URI& uri) {
     std::string path = encoded(uri.getPath(), "?#");
     if (path.empty()) return path;
+    path.erase(path.find_last_not_of('/') + 1);
     const bool isElement = !UrlPath(uri).getElement().empty();
-    if (isElement) {
-        if (path.back() == '/') path.pop_back();
-    } else {
-        path.erase(path.find_last_not_of('/') + 1);
-        path += '/';
-    }
-    return path;
+    return isElement ? path : path + '/';
 }
 
 std::string withoutFragment(const std::string& uri) {
@@ -72,14 +69,9 @@ std::string ServiceHandler::normalizeUrl(const std::string& url) {
 }
 
 void ServiceHandler::parseUriFragments(const std::string& uri, std::string& first, std::string& second) {
-    first.clear();
-    second.clear();
-    const std::string fragment = Poco::URI(uri).getFragment();
-    const auto dash = fragment.find('-');
-    if (dash == std::string::npos) return;
-    const auto nextDash = fragment.find('-', dash + 1);
-    first = fragment.substr(dash + 1, nextDash == std::string::npos ? nextDash : nextDash - dash - 1);
-    if (nextDash != std::string::npos) second = fragment.substr(nextDash + 1);
+    const EventFragment fragment(uri);
+    first = fragment.service;
+    second = fragment.tag;
 }
 
 std::string ServiceHandler::addSubscription(const std::string& uri, const std::string& tag,

@@ -5,6 +5,7 @@
 
 #include <sstream>
 
+#include "ParsedPayload.h"
 #include "RetryInterval.h"
 
 namespace Nubo::Client {
@@ -30,7 +31,7 @@ constexpr long EARLY_POLL_MS = 2;
 
 WebSocketRequestHandler::WebsocketNotification::WebsocketNotification(
     const WebsocketDataEventPayload& payload)
-    : _type(SocketEvent), _dataEventPayload(new WebsocketDataEventPayload(payload)) {}
+    : _type(SocketEvent), _dataEventPayload(new ParsedPayload(payload)) {}
 
 WebSocketRequestHandler::WebsocketNotification::WebsocketNotification(const WebSocketRequestObject& request)
     : _type(Request), _request(new WebSocketRequestObject(request)) {}

@@ -26,6 +26,7 @@
 #include <mutex>
 #include <set>
 #include <string>
+#include <vector>
 
 namespace Poco {
 class URI;
@@ -34,6 +35,7 @@ class URI;
 namespace Nubo::Client {
 
 class IClientLibInterface;
+struct ParsedText_t;
 
 /// The library's representative of one micro service: it follows the service's registration, keeps the
 /// WebSocket to it while it is registered, reconnects, multiplexes subscriptions and delivers notifications.
@@ -267,7 +269,7 @@ private:
     uint64_t sendToService(const Nubo::Command::WebSocketRequestObject& request);
 
     // notifications (ServiceHandlerNotifications.cpp)
-    void postNotification(std::string& text);
+    void postNotifications(const std::vector<ParsedText_t>& texts);
     void handleServiceUpdates(const Poco::JSON::Object& notification);
     void handleNotification(const Poco::JSON::Object::Ptr& data, const std::string& event,
                             const std::string& type);
