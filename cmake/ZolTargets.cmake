@@ -3,7 +3,7 @@
 # zol_target_options(TARGET): warnings, and the sanitizers asked for.
 function(zol_target_options target)
   target_compile_options(${target} PRIVATE -Wall -Wextra -Wpedantic -Wshadow -Wnon-virtual-dtor
-                         -Woverloaded-virtual -Wcast-qual)
+                         -Woverloaded-virtual -Wcast-qual $<$<CXX_COMPILER_ID:Clang>:-Wthread-safety>)
   if(ZOL_WERROR)
     target_compile_options(${target} PRIVATE -Werror)
   endif()
@@ -26,6 +26,7 @@ function(zol_add_library name export_name include_dir)
   target_compile_features(${name} PUBLIC cxx_std_17)
   zol_target_options(${name})
   install(TARGETS ${name} EXPORT ZOLClientLibTargets
-          LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR} ARCHIVE DESTINATION ${CMAKE_INSTALL_LIBDIR})
-  install(DIRECTORY ${include_dir}/ DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}/ZOLClientLib)
+          LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR} COMPONENT runtime NAMELINK_COMPONENT dev
+          ARCHIVE DESTINATION ${CMAKE_INSTALL_LIBDIR} COMPONENT dev)
+  install(DIRECTORY ${include_dir}/ DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}/ZOLClientLib COMPONENT dev)
 endfunction()

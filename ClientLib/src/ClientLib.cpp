@@ -2,7 +2,6 @@
 #include <Nubo/Client/ClientLib.h>
 #include <Nubo/Net/WebSocketProxy.h>
 #include <Poco/Delegate.h>
-#include <Poco/Exception.h>
 
 #include <algorithm>
 
@@ -32,7 +31,7 @@ ClientLib::ClientLib(IMessageSyncInterface* msgSync, const ClientLibParameters& 
 
 ClientLib::~ClientLib() {
     try {
-        shutdown();
+        ClientLib::shutdown();
     } catch (...) {
         // A handler or mutex that fails here must not keep the rest from being released.
     }
@@ -42,15 +41,16 @@ ClientLib::~ClientLib() {
 
 void ClientLib::startup() {
     m_disposing = false;
+    Poco::SharedPtr<WebsocketConnectionManager> manager(new WebsocketConnectionManager);
     {
-        std::lock_guard<std::mutex> lock(_mutexManager);
-        _wsConnectionManager = new WebsocketConnectionManager;
+        Nubo::Util::MutexLock lock(_mutexManager);
+        _wsConnectionManager = manager;
     }
     _wsOjectSplitter = new WebsocketDataObjectSplitter;
     _wsOjectSplitter->ObjectAvailable += Poco::delegate(this, &ClientLib::DataAvailableHandler);
-    _wsConnectionManager->DataAvailable +=
+    manager->DataAvailable +=
         Poco::delegate(_wsOjectSplitter.get(), &WebsocketDataObjectSplitter::onDataBlockAvailable);
-    _wsConnectionManager->SocketClosed += Poco::delegate(this, &ClientLib::SocketClosedHandler);
+    manager->SocketClosed += Poco::delegate(this, &ClientLib::SocketClosedHandler);
     _srServiceHandler->start();  // Poco::NullPointerException after shutdown()
 }
 
@@ -71,18 +71,19 @@ void ClientLib::shutdown() {
     {
         // Swapped out: the manager's destructor joins its thread, which must not happen under the lock.
         Poco::SharedPtr<WebsocketConnectionManager> manager;
-        std::lock_guard<std::mutex> lock(_mutexManager);
+        Nubo::Util::MutexLock lock(_mutexManager);
         manager.swap(_wsConnectionManager);
     }
     _wsOjectSplitter = nullptr;
 }
 
 void ClientLib::unwireTransport() {
-    if (!_wsConnectionManager || !_wsOjectSplitter) return;
-    _wsConnectionManager->DataAvailable -=
+    auto manager = connectionManager();
+    if (!manager || !_wsOjectSplitter) return;
+    manager->DataAvailable -=
         Poco::delegate(_wsOjectSplitter.get(), &WebsocketDataObjectSplitter::onDataBlockAvailable);
     _wsOjectSplitter->ObjectAvailable -= Poco::delegate(this, &ClientLib::DataAvailableHandler);
-    _wsConnectionManager->SocketClosed -= Poco::delegate(this, &ClientLib::SocketClosedHandler);
+    manager->SocketClosed -= Poco::delegate(this, &ClientLib::SocketClosedHandler);
 }
 
 void ClientLib::closeConnections() {
@@ -92,11 +93,12 @@ void ClientLib::closeConnections() {
         Poco::Mutex::ScopedLock lock(_mutexConnections);
         connections = _connections;
     }
+    auto manager = connectionManager();
     for (const auto& worker : connections) {
         const auto socket = worker->getSocket();
         if (!socket) continue;
         try {
-            Nubo::Net::WebSocketProxy(socket, _wsConnectionManager.get()).shutdown();
+            Nubo::Net::WebSocketProxy(socket, manager.get()).shutdown();
         } catch (...) {
             // One socket that cannot be closed must not keep the others open.
         }

@@ -86,7 +86,7 @@ WebSocketRequestHandler::Ptr ClientLib::registerConnection(Poco::SharedPtr<WebSo
 }
 
 Poco::SharedPtr<Nubo::Net::WebsocketConnectionManager> ClientLib::connectionManager() const {
-    std::lock_guard<std::mutex> lock(_mutexManager);
+    Nubo::Util::MutexLock lock(_mutexManager);
     return _wsConnectionManager;
 }
 

@@ -7,7 +7,6 @@
 #include <Nubo/ServiceRegistryConnection.h>
 #include <Poco/CountingStream.h>
 #include <Poco/Exception.h>
-#include <Poco/JSON/Parser.h>
 #include <Poco/Net/HTTPClientSession.h>
 #include <Poco/Net/HTTPRequest.h>
 #include <Poco/Net/HTTPResponse.h>
@@ -80,8 +79,8 @@ void readBody(HTTPClientSession& session, const HTTPRequest& request, const HTTP
 bool findHostAddress(const std::string& body, Poco::URI& redirection) {
     const auto data = parseJsonObject(body)->getArray(Nubo::Command::ResponseObject::FIELD_DATA);
     if (!data || data->size() == 0) return false;
-    redirection =
-        data->getObject(0)->getValue<std::string>(KEY_HOST_ADDRESS);  // no object: null pointer exception
+    // An entry that is no object: null pointer exception. A text that is no URI leaves `redirection` alone.
+    redirection = Poco::URI(data->getObject(0)->getValue<std::string>(KEY_HOST_ADDRESS));
     return true;
 }
 
@@ -110,7 +109,7 @@ bool exchange(HTTPClientSession& session, HTTPRequest& request, HTTPResponse& re
     std::istream& stream = session.receiveResponse(response);
     Nubo::Net::HTTPEncoderDecoder decoder(request, response);
     if (response.getStatus() == HTTPResponse::HTTP_TEMPORARY_REDIRECT && response.has("Location")) {
-        redirection = response.get("Location");
+        redirection = Poco::URI(response.get("Location"));
         return true;
     }
     readBody(session, request, response, decoder, stream, body);

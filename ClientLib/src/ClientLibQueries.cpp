@@ -35,7 +35,7 @@ void appendTerm(std::string& query, const std::string& term) {
 /// The first entry of a list's data, null when there is none. @throws Poco::Exception when it has no URI
 Object::Ptr firstElement(const Object& list) {
     const auto data = list.getArray(Nubo::Command::ResponseObject::FIELD_DATA);
-    const Object::Ptr element = data ? data->getObject(0) : Object::Ptr();
+    Object::Ptr element = data ? data->getObject(0) : Object::Ptr();
     if (element) {
         ZOL_LOG_INFO("findElementByName: returned " << element->getValue<std::string>(XObjectBase::KEY_URI));
     }
@@ -88,7 +88,7 @@ Object::Ptr ClientLib::findElementByName(const std::string& resource, const std:
         return nullptr;
     }
     try {
-        if (const Object::Ptr element = firstElement(*list)) return element;
+        if (Object::Ptr element = firstElement(*list)) return element;
     } catch (const Poco::Exception& e) {
         ZOL_LOG_ERROR(FIND_ELEMENT_BY_NAME << " - exception: " << e.displayText());
     }

@@ -4,6 +4,8 @@
 #include <Nubo/Net/WebsocketDataObjectSplitter.h>
 #include <Poco/Exception.h>
 
+#include <utility>
+
 #include "EventFragment.h"
 #include "NotificationText.h"
 #include "ParseJson.h"
@@ -13,12 +15,14 @@ namespace {
 
 void parse(ParsedText_t& parsed) {
     const auto object = parseJsonObject(parsed.text);
-    const std::string event = eventOf(*object);
+    const std::string& event = eventOf(*object);
     typeOf(*object);                                                        // must be there
     if (event.find('%') != std::string::npos) Poco::URI(event).getQuery();  // must be decodable
     parsed.service = EventFragment(event).service;
     parsed.object = object;
 }
+
+thread_local ParsedPayload* innermost = nullptr;
 
 }  // namespace
 
@@ -39,6 +43,20 @@ std::vector<ParsedText_t> parseBlock(const std::string& block) {
         }
     }
     return result;
+}
+
+ParsedPayload::ParsedPayload(const Nubo::Net::WebsocketDataEventPayload& payload)
+    : _payload(payload),
+      _outer(std::exchange(innermost, this)),
+      _first(_outer != nullptr && &_outer->_payload == &payload ? _outer->_first : *this) {}
+
+ParsedPayload::~ParsedPayload() {
+    innermost = _outer;
+}
+
+const std::vector<ParsedText_t>& ParsedPayload::texts() {
+    if (!_first._texts) _first._texts = parseBlock(_payload.data);
+    return *_first._texts;
 }
 
 }  // namespace Nubo::Client

@@ -4,6 +4,7 @@
 #include <Nubo/Net/WebsocketDataEventPayload.h>
 #include <Poco/JSON/Object.h>
 
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -15,29 +16,33 @@ struct ParsedText_t {
     Poco::JSON::Object::Ptr object;  ///< null when the text is no notification
     std::string service;             ///< the service part of the event's fragment; may be empty
     std::string error;               ///< why there is no object
+
+    /// Whether it is a notification that names a service, but another one.
+    bool isForAnother(const std::string& serviceName) const {
+        return !object.isNull() && !service.empty() && service != serviceName;
+    }
 };
 
 /// Splits, cleans and parses a block. Never throws for what a peer has sent.
 std::vector<ParsedText_t> parseBlock(const std::string& block);
 
-/// A block as a worker hands it to its delegates: taken apart when the first handler asks, for all of them,
-/// since every handler of the process listens on the registry's connection. Worker's thread only.
-class ParsedPayload : public Nubo::Net::WebsocketDataEventPayload {
+/// A payload taken apart, once for all who ask on this thread while the first object for it lives: every
+/// handler of the process listens on the registry's connection, so the worker makes one around the raise.
+class ParsedPayload {
 public:
-    explicit ParsedPayload(const Nubo::Net::WebsocketDataEventPayload& payload)
-        : WebsocketDataEventPayload(payload) {}
+    explicit ParsedPayload(const Nubo::Net::WebsocketDataEventPayload& payload);
+    ~ParsedPayload();
+    ParsedPayload(const ParsedPayload&) = delete;
+    ParsedPayload& operator=(const ParsedPayload&) = delete;
 
-    const std::vector<ParsedText_t>& texts() const {
-        if (!_parsed) {
-            _texts = parseBlock(data);
-            _parsed = true;
-        }
-        return _texts;
-    }
+    /// Parsed at the first call; valid as long as this object.
+    const std::vector<ParsedText_t>& texts();
 
 private:
-    mutable bool _parsed = false;
-    mutable std::vector<ParsedText_t> _texts;
+    const Nubo::Net::WebsocketDataEventPayload& _payload;
+    ParsedPayload* const _outer;                      // of this thread; null for the outermost
+    ParsedPayload& _first;                            // for the same payload; may be this one
+    std::optional<std::vector<ParsedText_t>> _texts;  // of the first one
 };
 
 }  // namespace Nubo::Client

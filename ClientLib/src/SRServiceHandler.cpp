@@ -35,6 +35,7 @@ void SRServiceHandler::shutdown() {
     } catch (...) {
         // The door is closed in any case.
     }
+    // NOLINTNEXTLINE(bugprone-parent-virtual-call): the registry's handler is on no other registry
     MultiThreadingObject::shutdown();
 }
 

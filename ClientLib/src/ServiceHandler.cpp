@@ -124,7 +124,7 @@ void ServiceHandler::leaveRegistryAndService() {
 void ServiceHandler::closeServiceConnection() {
     Lock lock(_socketMutex);
     while (!destroyWebsocket()) Poco::Thread::sleep(RETRY_INTERVAL_MS);
-    std::lock_guard<std::mutex> state(_mutexState);
+    Nubo::Util::MutexLock state(_mutexState);
     _isSocketConnected = false;
     _serviceAddress.clear();
 }
@@ -140,7 +140,7 @@ bool ServiceHandler::isReconnectPossible() const {
 }
 
 ServiceHandler::ServiceAddress_t ServiceHandler::serviceAddress() const {
-    std::lock_guard<std::mutex> lock(_mutexState);
+    Nubo::Util::MutexLock lock(_mutexState);
     return {_serviceAddress, _servicePort};
 }
 
@@ -161,7 +161,7 @@ WebSocketRequestHandler::Ptr ServiceHandler::getWebSocket() const {
 }
 
 ServiceHandler::Connection_t ServiceHandler::connection() const {
-    std::lock_guard<std::mutex> lock(_mutexState);
+    Nubo::Util::MutexLock lock(_mutexState);
     return {_serviceWebSocket, _connectionGeneration};
 }
 
@@ -180,7 +180,7 @@ std::string ServiceHandler::getUniqueId() {
 void ServiceHandler::setNewServiceAddress(std::string address, uint16_t port) {
     const bool registered = !address.empty();
     {
-        std::lock_guard<std::mutex> lock(_mutexState);
+        Nubo::Util::MutexLock lock(_mutexState);
         _serviceAddress = std::move(address);
         _servicePort = port;
     }

@@ -15,7 +15,7 @@
 namespace Nubo::Client {
 
 using Lock = Poco::Mutex::ScopedLock;
-using StateLock = std::lock_guard<std::mutex>;
+using StateLock = Nubo::Util::MutexLock;
 
 namespace {
 

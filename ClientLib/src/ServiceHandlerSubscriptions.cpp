@@ -86,8 +86,7 @@ std::string ServiceHandler::addSubscription(const std::string& uri, const std::s
         const bool first = resource == _subscrUriValueMap.end();
         if (first) {
             ZOL_LOG_INFO("ServiceHandler::addSubscription: subscriptionUri (virtual)=" << candidate);
-            _subscrUriValueMap[realUri] = {candidate, nullptr, autosubscribe};
-            _subscrMapSubscribers[candidate] = {candidate};
+            addResource(realUri, {candidate, nullptr, autosubscribe});
             virtualUri = candidate;
         } else {
             addSubscriber(resource->second, candidate);
@@ -109,6 +108,13 @@ void ServiceHandler::checkExpansionLevel(const std::string& realUri) {
     const bool isElement = UrlPath(uri).getCharacteristic() == UrlPath::SERVICE_RESOURCE_ELEMENT;
     if (level == 0 || (level <= MAX_EXPANSION_LEVEL && isElement)) return;
     ZOL_LOG_ERROR("ServiceHandler::addSubscription: expansion level not valid for URI " << realUri);
+}
+
+void ServiceHandler::addResource(const std::string& realUri, const SubscriptionUriValue_t& resource) {
+    const auto value = _subscrUriValueMap.insert_or_assign(realUri, resource).first;
+    const auto subscribers =
+        _subscrMapSubscribers.insert_or_assign(resource.subscrUri, std::list{resource.subscrUri}).first;
+    _resources[subscribers->first] = {subscribers, value};
 }
 
 void ServiceHandler::addSubscriber(const SubscriptionUriValue_t& resource, const std::string& virtualUri) {
@@ -176,6 +182,7 @@ void ServiceHandler::unsubscribeAtService(SubscrUriValueMapType::iterator resour
     *this << subscriptionRequest(WebSocketRequestObject::TYPE_UNSUBSCRIBE, subscrUri,
                                  resource->second.autosubscribe);
     _subscribedUris.erase(subscrUri);
+    _resources.erase(subscrUri);  // before the key that it looks at
     _subscrMapSubscribers.erase(subscrUri);
     _subscrUriValueMap.erase(resource);
 }

@@ -117,14 +117,21 @@ void ServiceListener::startup() {
 
 // @return the handler of the last service by name, null when none is monitored
 ServiceHandler::Ptr ServiceListener::hookAllHandlers() {
-    Lock lock(_mutexServices);
     ServiceHandler::Ptr handler;
-    for (const auto& service : _servicesToListen) {
-        handler = requireHandler(service.first);
+    for (const std::string& name : monitoredServices()) {
+        handler = requireHandler(name);
         unhookHandler(*handler);  // started twice, or again after a start that failed half-way
         hookHandler(*handler);
     }
     return handler;
+}
+
+// A copy, in name order: removing a delegate waits for its running call, which takes _mutexServices.
+std::vector<std::string> ServiceListener::monitoredServices() {
+    Lock lock(_mutexServices);
+    std::vector<std::string> names;
+    for (const auto& service : _servicesToListen) names.push_back(service.first);
+    return names;
 }
 
 ServiceHandler::Ptr ServiceListener::requireHandler(const std::string& serviceName) const {
@@ -162,9 +169,8 @@ void ServiceListener::shutdown() {
 }
 
 void ServiceListener::unhookAllHandlers() {
-    Lock lock(_mutexServices);
-    for (const auto& service : _servicesToListen) {
-        if (auto handler = nonNull(_clientlib).getServiceHandler(service.first)) unhookHandler(*handler);
+    for (const std::string& name : monitoredServices()) {
+        if (auto handler = nonNull(_clientlib).getServiceHandler(name)) unhookHandler(*handler);
     }
 }
 
@@ -186,7 +192,7 @@ void ServiceListener::HandleMicroServiceRegistrationChangedInternal(
     if (!_clientlib) return;
     try {
         const Evaluation_t evaluation = evaluateServices();
-        ServiceHandler& handler = nonNull(data.handler);
+        const ServiceHandler& handler = nonNull(data.handler);
         if (handler.isAvailable()) {
             reportAvailable(evaluation);
         } else {

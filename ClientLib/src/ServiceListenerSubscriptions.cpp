@@ -54,7 +54,7 @@ std::string ServiceListener::subscribe(const std::string& query, bool autosubscr
                       << ": no handler found with name " << service << " or handler not available");
         return "";
     }
-    const std::string subscription = handler->addSubscription(query, _uniqueIdAsHexString, autosubscribe);
+    std::string subscription = handler->addSubscription(query, _uniqueIdAsHexString, autosubscribe);
     if (!subscription.empty()) _subscriptions.push_back(subscription);
     return subscription;
 }

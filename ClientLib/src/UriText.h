@@ -3,6 +3,7 @@
 
 #include <Poco/URI.h>
 
+#include <algorithm>
 #include <string>
 #include <string_view>
 
@@ -18,7 +19,7 @@ public:
         const auto hash = text.find('#');
         const std::string_view whole(text);
         const std::string_view fragmentText = hash == std::string::npos ? "" : whole.substr(hash + 1);
-        const std::string_view pathText = whole.substr(0, text.find_first_of("?#"));
+        const std::string_view pathText = whole.substr(0, std::min(text.find('?'), hash));
         if (!pathText.empty() && pathText.front() == '/' && isLiteral(pathText) && isLiteral(fragmentText)) {
             _path = pathText;
             _fragment = fragmentText;

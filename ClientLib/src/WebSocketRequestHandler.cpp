@@ -31,7 +31,7 @@ constexpr long EARLY_POLL_MS = 2;
 
 WebSocketRequestHandler::WebsocketNotification::WebsocketNotification(
     const WebsocketDataEventPayload& payload)
-    : _type(SocketEvent), _dataEventPayload(new ParsedPayload(payload)) {}
+    : _type(SocketEvent), _dataEventPayload(new WebsocketDataEventPayload(payload)) {}
 
 WebSocketRequestHandler::WebsocketNotification::WebsocketNotification(const WebSocketRequestObject& request)
     : _type(Request), _request(new WebSocketRequestObject(request)) {}
@@ -44,23 +44,24 @@ WebSocketRequestHandler::WebsocketNotification::WebsocketNotification(const Webs
 WebSocketRequestHandler::WebSocketRequestHandler(Poco::SharedPtr<Poco::Net::WebSocket>& socket)
     : _disposing(false),
       _finishedThread(false),
+      _threadObject(std::make_shared<Poco::Thread>()),
       _socket(socket),
       _queue(new Poco::NotificationQueue),
       _closeReported(false),
       _destroyedOnOwnThread(std::make_shared<std::atomic<bool>>(false)) {
-    _threadObject.setStackSize(STACK_SIZE);
-    _threadObject.start(*this);  // last: the thread uses every member
+    _threadObject->setStackSize(STACK_SIZE);
+    _threadObject->start(*this);  // last: the thread uses every member
 }
 
 WebSocketRequestHandler::~WebSocketRequestHandler() {
-    if (Poco::Thread::current() == &_threadObject) {
+    if (Poco::Thread::current() == _threadObject.get()) {
         shutdown();
         *_destroyedOnOwnThread = true;  // run() returns without touching this object again
         return;
     }
     while (!shutdown()) Poco::Thread::sleep(RETRY_INTERVAL_MS);
     // "Finished" is the thread's last word, not its end.
-    if (!_joined) _threadObject.join();
+    if (!_joined) _threadObject->join();
 }
 
 void WebSocketRequestHandler::operator<<(const WebSocketRequestObject& request) {
@@ -90,7 +91,7 @@ Poco::Mutex& WebSocketRequestHandler::getSocketMutex() {
 }
 
 Poco::SharedPtr<Poco::Net::WebSocket> WebSocketRequestHandler::getSocket() const {
-    std::lock_guard<std::mutex> lock(_mutexSocketPointer);
+    Nubo::Util::MutexLock lock(_mutexSocketPointer);
     return _socket;
 }
 
@@ -114,7 +115,7 @@ void WebSocketRequestHandler::wakeThread() {
 
 // Held lock: _socketMutex. A thread that wants to send waits for it and then finds no socket.
 void WebSocketRequestHandler::joinThread() {
-    if (Poco::Thread::current() != &_threadObject) _joined = _threadObject.tryJoin(JOIN_MS);
+    if (Poco::Thread::current() != _threadObject.get()) _joined = _threadObject->tryJoin(JOIN_MS);
 }
 
 void WebSocketRequestHandler::closeSocket() {
@@ -126,15 +127,18 @@ void WebSocketRequestHandler::closeSocket() {
     } catch (...) {
         // The socket is given up in any case.
     }
-    std::lock_guard<std::mutex> lock(_mutexSocketPointer);
+    Nubo::Util::MutexLock lock(_mutexSocketPointer);
     _socket.reset();
 }
 
 // --- worker's thread ---
 
 void WebSocketRequestHandler::run() {
-    const auto destroyed = _destroyedOnOwnThread;  // a delegate may drop the last pointer to this object
-    while (!*destroyed && !_disposing) handleNext();
+    // A delegate may drop the last pointer to this object: these two outlive it.
+    const auto thread = _threadObject;
+    const auto destroyed = _destroyedOnOwnThread;
+    // What was queued before a shutdown is gone through to the end, since a close is reported in any case.
+    while (!*destroyed && (!_disposing || !_queue->empty())) handleNext();
     if (!*destroyed) _finishedThread = true;
 }
 
@@ -153,7 +157,7 @@ void WebSocketRequestHandler::handleNext() {
 // Null when the thread was woken up, or when it should look again whether somebody listens by now.
 WebSocketRequestHandler::Entry WebSocketRequestHandler::nextEntry() {
     if (earlyEntriesAreDue()) {
-        const Entry entry = _earlyEntries.front();
+        Entry entry = _earlyEntries.front();
         _earlyEntries.pop_front();
         return entry;
     }
@@ -202,7 +206,9 @@ void WebSocketRequestHandler::handle(const WebsocketNotification& entry) {
 }
 
 void WebSocketRequestHandler::raiseData(const WebsocketNotification& entry) {
-    if (!_disposing) SocketDataAvailable.notify(this, *entry._dataEventPayload);
+    if (_disposing) return;
+    const ParsedPayload parsed(*entry._dataEventPayload);  // what the delegates then share
+    SocketDataAvailable.notify(this, *entry._dataEventPayload);
 }
 
 void WebSocketRequestHandler::sendRequest(const WebsocketNotification& entry) {

@@ -9,13 +9,13 @@
 #include <Nubo/Net/WebsocketDataEventPayload.h>
 #include <Nubo/Net/WebsocketDataObjectSplitter.h>
 #include <Nubo/Net/WebsocketEventPayload.h>
+#include <Nubo/Util/Mutex.h>
 #include <Poco/BasicEvent.h>
 #include <Poco/Mutex.h>
 #include <Poco/SharedPtr.h>
 
 #include <atomic>
 #include <map>
-#include <mutex>
 #include <string>
 #include <vector>
 
@@ -47,8 +47,8 @@ public:
         uint8_t countConnectService_Retry;       ///< ServiceHandler::setReconnectParameters, count
         uint32_t delayConnectService_Retry;      ///< ServiceHandler::setReconnectParameters, milliseconds
     };
-    using services_t = std::map<std::string, ServiceHandler::Ptr>;
-    using WebsocketRequestHandlerContainer = std::vector<WebSocketRequestHandler::Ptr>;
+    using services_t = std::map<std::string, ServiceHandler::Ptr>;                       ///< by name
+    using WebsocketRequestHandlerContainer = std::vector<WebSocketRequestHandler::Ptr>;  ///< open sockets
 
     /// Raised for each JSON object that came in on any connection, after its worker has it.
     /// Runs on: the connection manager's thread, which serves every socket. Called: once per object.
@@ -182,15 +182,15 @@ private:
     IMessageSyncInterface* const _iMsgSync;
     std::atomic<bool> m_disposing;
     const ClientLibParameters _params;
-    services_t _services;                                                         // application's thread only
-    Poco::SharedPtr<Nubo::Net::WebsocketConnectionManager> _wsConnectionManager;  // guarded by _mutexManager
-    Poco::SharedPtr<Nubo::Net::WebsocketDataObjectSplitter> _wsOjectSplitter;     // application's thread only
-    WebsocketRequestHandlerContainer _connections;  // guarded by _mutexConnections
+    services_t _services;  // application's thread only
+    Poco::SharedPtr<Nubo::Net::WebsocketConnectionManager> _wsConnectionManager ZOL_GUARDED_BY(_mutexManager);
+    Poco::SharedPtr<Nubo::Net::WebsocketDataObjectSplitter> _wsOjectSplitter;  // application's thread only
+    WebsocketRequestHandlerContainer _connections;                             // guarded by _mutexConnections
     Poco::Mutex _mutexConnections;  // for search and change only, never held while calling out
     SRServiceHandler::Ptr _srServiceHandler;
 
     // Leaf: shutdown() resets the manager while a reconnect thread may be opening a socket.
-    mutable std::mutex _mutexManager;
+    mutable Nubo::Util::Mutex _mutexManager;
     // Handlers that were replaced from inside one of their own callbacks; released once they have returned.
     std::vector<ServiceHandler::Ptr> _replacedHandlers;
 };

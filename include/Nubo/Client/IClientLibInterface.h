@@ -35,8 +35,8 @@ public:
     /// The first element of a resource list that has that name, null when there is none. Blocks.
     virtual Poco::JSON::Object::Ptr findElementByName(const std::string& resource,
                                                       const std::string& name) const = 0;
-    virtual void startup() = 0;
-    virtual void shutdown() = 0;
+    virtual void startup() = 0;   ///< connects to the registry
+    virtual void shutdown() = 0;  ///< ends everything
 
 protected:
     // Not virtual: nobody owns the client object through this interface.

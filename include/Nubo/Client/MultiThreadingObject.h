@@ -50,8 +50,10 @@ public:
     public:
         /// For an object that is no MultiThreadingObject: it always counts as alive.
         Liveness() = default;
+        /// For `object`, which need not live as long.
         explicit Liveness(const MultiThreadingObject& object) : _alive(object._alive) {}
 
+        /// @return false once the destructor of the object has run. Any thread.
         bool alive() const { return !_alive || _alive->load(); }
 
     private:

@@ -9,7 +9,7 @@ namespace Nubo::Client {
 /// is retried until shutdown. The ClientLib owns one; its connection serves every other handler.
 class ZOL_EXPORT SRServiceHandler : public ServiceHandler {
 public:
-    using Ptr = Poco::SharedPtr<SRServiceHandler>;
+    using Ptr = Poco::SharedPtr<SRServiceHandler>;  ///< counted; made from `new`
 
     /// Parameters as in ServiceHandler; the service name is empty, auto-reconnect on.
     SRServiceHandler(IClientLibInterface* clientLib, IMessageSyncInterface* messageSync,

@@ -28,7 +28,7 @@ class IClientLibInterface;
 /// whether all mandatory ones are available, but their changes alone report nothing.
 class ZOL_EXPORT ServiceListener : public MultiThreadingObject {
 public:
-    using subscriptions_t = std::vector<std::string>;
+    using subscriptions_t = std::vector<std::string>;  ///< what addSubscription() returned
 
     /// What HandleMicroServicesAvailable() was last called for.
     enum NotificationStates : uint32_t {
@@ -63,9 +63,9 @@ public:
     virtual void HandleServiceHandlerNotification(
         const ServiceHandler::ServiceHandlerNotificationData_t& data);
 
-    uint16_t getUniqueId() const;
+    uint16_t getUniqueId() const;                ///< as constructed
     std::string getUniqueIdAsHexString() const;  ///< "0x" and lower-case hexadecimal without leading zeros
-    NotificationStates getLastNotificationState() const;
+    NotificationStates getLastNotificationState() const;  ///< what was last reported
 
     /// Adds a service whose handler is already registered with the ClientLib (else a Warning line); the first
     /// flag given for a name stays. After startup() it takes effect at the next startup() (a Warning line).
@@ -84,11 +84,13 @@ public:
 
     /// Entries for an owner that forwards from another thread: log (availability) and call the callback.
     void HandleMicroServicesAvailableSync(bool available);
+    /// @copydoc HandleMicroServicesAvailableSync()
     void HandleServiceHandlerNotificationSync(const ServiceHandler::ServiceHandlerNotificationData_t& data);
 
     /// Delegates on the handlers' events; not to be called by applications.
     void HandleMicroServiceRegistrationChangedInternal(
         const ServiceHandler::ServiceRegistrationEventData_t& data);
+    /// @copydoc HandleMicroServiceRegistrationChangedInternal()
     void HandleServiceHandlerNotificationInternal(
         const ServiceHandler::ServiceHandlerNotificationData_t& data);
 
@@ -104,6 +106,7 @@ private:
     void unhookHandler(ServiceHandler& handler);
     ServiceHandler::Ptr hookAllHandlers();
     void unhookAllHandlers();
+    std::vector<std::string> monitoredServices();
     void removeAllSubscriptions();
     void insertService(const std::string& serviceName, bool optional);
     Evaluation_t evaluateServices();

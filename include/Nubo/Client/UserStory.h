@@ -22,8 +22,8 @@ public:
     /// Clears the started flag. Overriding classes call it; repeated calls are harmless.
     virtual void shutdown();
 
-    bool IsStarted() const { return _isStarted; }
-    uint16_t getStoryId() const { return _storyId; }
+    bool IsStarted() const { return _isStarted; }     ///< since startup(), until shutdown()
+    uint16_t getStoryId() const { return _storyId; }  ///< as constructed
 
     /// Takes an id without making an instance. Ids count down from 65534 and wrap after 0 to 65535, from
     /// where on they repeat.

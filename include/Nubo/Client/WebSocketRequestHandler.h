@@ -5,6 +5,7 @@
 #include <Nubo/Export.h>
 #include <Nubo/Net/WebsocketDataEventPayload.h>
 #include <Nubo/Net/WebsocketEventPayload.h>
+#include <Nubo/Util/Mutex.h>
 #include <Poco/BasicEvent.h>
 #include <Poco/Mutex.h>
 #include <Poco/Net/SocketAddress.h>
@@ -19,7 +20,6 @@
 #include <chrono>
 #include <deque>
 #include <memory>
-#include <mutex>
 
 namespace Nubo::Client {
 
@@ -32,7 +32,7 @@ namespace Nubo::Client {
 /// transport bounds (Nubo/Net/WebSocketSender.h).
 class ZOL_EXPORT WebSocketRequestHandler : public Poco::Runnable {
 public:
-    using Ptr = Poco::SharedPtr<WebSocketRequestHandler>;
+    using Ptr = Poco::SharedPtr<WebSocketRequestHandler>;  ///< counted; made from `new`
 
     /// What a queue entry carries.
     enum WebsocketNotificationType { SocketEvent = 0, Request = 1, SocketClosedEvent = 2 };
@@ -40,15 +40,17 @@ public:
     /// One queue entry; each constructor copies its argument.
     class ZOL_EXPORT WebsocketNotification : public Poco::Notification {
     public:
-        explicit WebsocketNotification(const Nubo::Net::WebsocketDataEventPayload& payload);
-        explicit WebsocketNotification(const Nubo::Command::WebSocketRequestObject& request);
+        explicit WebsocketNotification(
+            const Nubo::Net::WebsocketDataEventPayload& payload);  ///< of SocketEvent
+        explicit WebsocketNotification(const Nubo::Command::WebSocketRequestObject& request);  ///< of Request
+        /// Of SocketClosedEvent. As the others it copies its argument.
         explicit WebsocketNotification(const Nubo::Net::WebsocketEventPayload& payload);
 
-        const WebsocketNotificationType _type;
+        const WebsocketNotificationType _type;  ///< which of the three it is
         // Exactly one is set, as _type says. Three members, not a union: so they are released.
-        const Poco::SharedPtr<Nubo::Net::WebsocketDataEventPayload> _dataEventPayload;
-        const Nubo::Command::WebSocketRequestObject::Ptr _request;
-        const Poco::SharedPtr<Nubo::Net::WebsocketEventPayload> _closeEventPayload;
+        const Poco::SharedPtr<Nubo::Net::WebsocketDataEventPayload> _dataEventPayload;  ///< SocketEvent
+        const Nubo::Command::WebSocketRequestObject::Ptr _request;                      ///< Request
+        const Poco::SharedPtr<Nubo::Net::WebsocketEventPayload> _closeEventPayload;     ///< SocketClosedEvent
     };
 
     /// Raised for each received block of data, in the order of arrival.
@@ -90,7 +92,7 @@ public:
 
     /// Local and peer address of the socket; a default address after shutdown(). They may wait for a send.
     Poco::Net::SocketAddress address();
-    Poco::Net::SocketAddress peerAddress();
+    Poco::Net::SocketAddress peerAddress();  ///< @copydoc address()
 
     /// The lock around every use of the socket, for callers that change delegates or use the socket directly.
     /// A thread that holds it may take a handler's socket mutex, never the other way round with the
@@ -127,14 +129,16 @@ private:
 
     std::atomic<bool> _disposing;
     std::atomic<bool> _finishedThread;
-    Poco::Thread _threadObject;
+    // Shared with run(): log messages made on the thread ask it for its name, also when a delegate has
+    // dropped the last pointer to this object.
+    std::shared_ptr<Poco::Thread> _threadObject;
     Poco::SharedPtr<Poco::Net::WebSocket>
         _socket;  // use: under _socketMutex; the pointer: _mutexSocketPointer
     Poco::SharedPtr<Poco::NotificationQueue> _queue;  // locks itself
     Poco::Mutex _socketMutex;
     // Leaf. The ClientLib compares sockets while shutdown() holds _socketMutex, so the pointer has its own
     // lock.
-    mutable std::mutex _mutexSocketPointer;
+    mutable Nubo::Util::Mutex _mutexSocketPointer;
     std::atomic<bool> _closeReported;
     bool _joined = false;  // guarded by _socketMutex: a Poco::Thread must be joined exactly once
     // Outlives the worker when a delegate drops the last pointer to it: the thread then must not touch it

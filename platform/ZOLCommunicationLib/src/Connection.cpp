@@ -162,9 +162,9 @@ void Connection::failed(TimePoint now, const char* what) {
     if (_phase == Phase::Open) finish(now, Reasons::internalError(what), CloseCode::INTERNAL_ERROR);
 }
 
-void Connection::abort() noexcept {
+void Connection::abort(const char* what) noexcept {
     try {
-        over(Reasons::internalError("out of memory"));
+        over(Reasons::internalError(what));
     } catch (...) {
         _phase = Phase::Ended;  // not even the report could be made
     }

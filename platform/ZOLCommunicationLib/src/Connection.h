@@ -45,7 +45,7 @@ public:
     void ownersChecked(TimePoint now);
     void managerStopping(TimePoint now);
     void failed(TimePoint now, const char* what);  // an error of this side's
-    void abort() noexcept;  // an operation above has thrown, for want of memory perhaps
+    void abort(const char* what) noexcept;         // an operation above has thrown
     void lingeredEnough() { _phase = Phase::Ended; }
 
     bool lingering() const { return _phase == Phase::Lingering; }

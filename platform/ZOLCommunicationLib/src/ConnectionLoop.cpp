@@ -3,7 +3,6 @@
 #include <Nubo/Net/TransportLimits.h>
 #include <Poco/Exception.h>
 #include <Poco/Net/NetException.h>
-#include <Poco/Net/StreamSocketImpl.h>
 #include <pthread.h>
 #include <sys/epoll.h>
 #include <sys/socket.h>
@@ -155,8 +154,8 @@ template <typename Action>
 void ConnectionLoop::serve(Served& served, const Action& action) {
     try {
         action(*served.connection);
-    } catch (...) {
-        served.connection->abort();
+    } catch (const std::exception& e) {
+        served.connection->abort(e.what());
     }
     settle(served);
 }

@@ -25,7 +25,7 @@ Mailbox::~Mailbox() {
 
 void Mailbox::add(std::unique_ptr<Connection> connection) {
     {
-        const std::lock_guard<std::mutex> lock(_mutex);
+        const Nubo::Util::MutexLock lock(_mutex);
         _mail.added.push_back(std::move(connection));
     }
     wake();
@@ -33,7 +33,7 @@ void Mailbox::add(std::unique_ptr<Connection> connection) {
 
 void Mailbox::attend(Key key) {
     {
-        const std::lock_guard<std::mutex> lock(_mutex);
+        const Nubo::Util::MutexLock lock(_mutex);
         if (!_mail.attention.empty() && _mail.attention.back() == key) return;  // has been told already
         _mail.attention.push_back(key);
     }
@@ -42,7 +42,7 @@ void Mailbox::attend(Key key) {
 
 void Mailbox::stop() {
     {
-        const std::lock_guard<std::mutex> lock(_mutex);
+        const Nubo::Util::MutexLock lock(_mutex);
         _mail.stop = true;
     }
     wake();
@@ -63,7 +63,7 @@ bool Mailbox::onManagerThread() const {
 Mailbox::Mail Mailbox::collect() {
     eventfd_t count = 0;
     ::eventfd_read(_event.get(), &count);  // before the look, so that later mail wakes again
-    const std::lock_guard<std::mutex> lock(_mutex);
+    const Nubo::Util::MutexLock lock(_mutex);
     return std::exchange(_mail, Mail());
 }
 

@@ -1,8 +1,9 @@
 #ifndef NUBO_NET_MAILBOX_H
 #define NUBO_NET_MAILBOX_H
 
+#include <Nubo/Util/Mutex.h>
+
 #include <memory>
-#include <mutex>
 #include <vector>
 
 #include "Descriptor.h"
@@ -50,8 +51,8 @@ public:
 private:
     const Descriptor _event;  // of eventfd(2)
 
-    std::mutex _mutex;
-    Mail _mail;  // guarded by _mutex
+    Nubo::Util::Mutex _mutex;
+    Mail _mail ZOL_GUARDED_BY(_mutex);
 };
 
 }  // namespace Nubo::Net

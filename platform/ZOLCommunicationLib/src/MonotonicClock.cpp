@@ -1,9 +1,9 @@
 #include <Nubo/Net/MonotonicClock.h>
+#include <Nubo/Util/Mutex.h>
 #include <sys/eventfd.h>
 
 #include <algorithm>
 #include <atomic>
-#include <mutex>
 #include <vector>
 
 namespace Nubo::Net {
@@ -11,8 +11,8 @@ namespace Nubo::Net {
 namespace {
 
 struct Waiters {
-    std::mutex mutex;
-    std::vector<int> descriptors;  // guarded by mutex
+    Nubo::Util::Mutex mutex;
+    std::vector<int> descriptors ZOL_GUARDED_BY(mutex);
 };
 
 // Never destroyed, so that a manager may outlive static objects.
@@ -31,17 +31,17 @@ MonotonicClock::TimePoint MonotonicClock::now() {
 
 void MonotonicClock::advance(std::chrono::milliseconds by) {
     advanced += Duration(by).count();
-    const std::lock_guard<std::mutex> lock(waiters().mutex);
+    const Nubo::Util::MutexLock lock(waiters().mutex);
     for (const int descriptor : waiters().descriptors) ::eventfd_write(descriptor, 1);
 }
 
 void MonotonicClock::addWaiter(int eventDescriptor) {
-    const std::lock_guard<std::mutex> lock(waiters().mutex);
+    const Nubo::Util::MutexLock lock(waiters().mutex);
     waiters().descriptors.push_back(eventDescriptor);
 }
 
 void MonotonicClock::removeWaiter(int eventDescriptor) {
-    const std::lock_guard<std::mutex> lock(waiters().mutex);
+    const Nubo::Util::MutexLock lock(waiters().mutex);
     auto& all = waiters().descriptors;
     all.erase(std::remove(all.begin(), all.end(), eventDescriptor), all.end());
 }

@@ -16,13 +16,15 @@
 namespace Nubo::Net {
 
 /// A sender's time with the lock: shown to the manager, which watches how long the send lasts.
-class SendChannel::Turn {
+class ZOL_THREAD_SAFETY(scoped_lockable) SendChannel::Turn {
 public:
-    explicit Turn(SendChannel& channel) : _channel(channel), _lock(channel._mutex) {}
+    explicit Turn(SendChannel& channel) ZOL_ACQUIRE(channel._mutex) : _channel(channel) {
+        channel._mutex.lock();
+    }
 
-    ~Turn() {
+    ~Turn() ZOL_RELEASE() {
         _channel._sendingSince = 0;
-        _lock.unlock();
+        _channel._mutex.unlock();
         if (_channel._managerWaits.exchange(false)) _channel._mailbox->attend(_channel._key);
     }
 
@@ -31,7 +33,6 @@ public:
 
 private:
     SendChannel& _channel;
-    std::unique_lock<std::mutex> _lock;
 };
 
 SendChannel::SendChannel(Mailbox::Key key, int descriptor, std::shared_ptr<Mailbox> mailbox)
@@ -142,7 +143,7 @@ void SendChannel::queueClose(std::uint16_t code) {
 SendChannel::Flushed SendChannel::flush() {
     if (_queued.empty() && _backlog == 0) return Flushed::Done;
     if (!tryLock()) return Flushed::Busy;
-    const std::lock_guard<std::mutex> lock(_mutex, std::adopt_lock);
+    const Nubo::Util::MutexLock lock(_mutex, std::adopt_lock);
     takeQueuedLocked();
     Flushed result = sendPendingLocked();
     if (result == Flushed::Done && _latestPong && !closing()) {
@@ -155,9 +156,9 @@ SendChannel::Flushed SendChannel::flush() {
 
 // The second attempt finds the lock when its holder released it before it could see that the manager waits.
 bool SendChannel::tryLock() {
-    if (_mutex.try_lock()) return true;
+    if (_mutex.tryLock()) return true;
     _managerWaits = true;
-    return _mutex.try_lock();
+    return _mutex.tryLock();
 }
 
 void SendChannel::takeQueuedLocked() {
@@ -199,7 +200,7 @@ MonotonicClock::TimePoint SendChannel::sendingSince() const {
 
 void SendChannel::shutSendSide() {
     if (_sendSideShut || !tryLock()) return;
-    const std::lock_guard<std::mutex> lock(_mutex, std::adopt_lock);
+    const Nubo::Util::MutexLock lock(_mutex, std::adopt_lock);
     if (!_pending.empty() || !_queued.empty()) return;
     ::shutdown(_descriptor, SHUT_WR);
     _sendSideShut = true;
@@ -207,7 +208,7 @@ void SendChannel::shutSendSide() {
 
 bool SendChannel::tryClose(Poco::Net::WebSocket& socket) {
     if (!tryLock()) return false;
-    const std::lock_guard<std::mutex> lock(_mutex, std::adopt_lock);
+    const Nubo::Util::MutexLock lock(_mutex, std::adopt_lock);
     socket.close();
     return true;
 }

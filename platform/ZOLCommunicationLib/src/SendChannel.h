@@ -2,12 +2,12 @@
 #define NUBO_NET_SENDCHANNEL_H
 
 #include <Nubo/Net/MonotonicClock.h>
+#include <Nubo/Util/Mutex.h>
 #include <Poco/Net/WebSocket.h>
 
 #include <atomic>
 #include <cstdint>
 #include <memory>
-#include <mutex>
 #include <optional>
 #include <string>
 #include <string_view>
@@ -76,15 +76,15 @@ private:
     class Turn;
 
     template <typename Action>
-    void sendInTurn(const Action& action);
-    void requireOpenLocked() const;
-    void finishBegunLocked();
-    void failLocked(const std::string& why);
+    void sendInTurn(const Action& action) ZOL_REQUIRES(_mutex);
+    void requireOpenLocked() const ZOL_REQUIRES(_mutex);
+    void finishBegunLocked() ZOL_REQUIRES(_mutex);
+    void failLocked(const std::string& why) ZOL_REQUIRES(_mutex);
 
     void queueMessage(std::string_view text, int flags);
-    bool tryLock();
-    void takeQueuedLocked();
-    Flushed sendPendingLocked();
+    bool tryLock() ZOL_TRY_ACQUIRE(true, _mutex);
+    void takeQueuedLocked() ZOL_REQUIRES(_mutex);
+    Flushed sendPendingLocked() ZOL_REQUIRES(_mutex);
 
     const Mailbox::Key _key;
     const int _descriptor;
@@ -98,9 +98,9 @@ private:
     std::atomic<bool> _stalled{false};
     std::atomic<MonotonicClock::Duration::rep> _sendingSince{0};
 
-    std::mutex _mutex;     // the send lock: held by senders while they block in send(2), on purpose
-    std::string _pending;  // guarded by _mutex: frames of the manager, the first perhaps sent in part
-    std::string _failure;  // written once, before _failed is set
+    Nubo::Util::Mutex _mutex;  // the send lock: held by senders while they block in send(2), on purpose
+    std::string _pending ZOL_GUARDED_BY(_mutex);  // frames of the manager, the first perhaps sent in part
+    std::string _failure;                         // written once, before _failed is set
 
     // Manager's thread only.
     std::string _queued;                     // whole frames, to go behind _pending

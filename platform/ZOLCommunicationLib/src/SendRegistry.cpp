@@ -1,6 +1,7 @@
 #include "SendRegistry.h"
 
-#include <mutex>
+#include <Nubo/Util/Mutex.h>
+
 #include <unordered_map>
 
 namespace Nubo::Net::SendRegistry {
@@ -8,8 +9,8 @@ namespace Nubo::Net::SendRegistry {
 namespace {
 
 struct Channels {
-    std::mutex mutex;
-    std::unordered_map<Mailbox::Key, std::shared_ptr<SendChannel>> byKey;  // guarded by mutex
+    Nubo::Util::Mutex mutex;
+    std::unordered_map<Mailbox::Key, std::shared_ptr<SendChannel>> byKey ZOL_GUARDED_BY(mutex);
 };
 
 // Never destroyed, so that a manager may outlive static objects.
@@ -21,18 +22,18 @@ Channels& channels() {
 }  // namespace
 
 bool insert(const std::shared_ptr<SendChannel>& channel) {
-    const std::lock_guard<std::mutex> lock(channels().mutex);
+    const Nubo::Util::MutexLock lock(channels().mutex);
     return channels().byKey.emplace(channel->key(), channel).second;
 }
 
 std::shared_ptr<SendChannel> find(const Poco::Net::WebSocket& socket) {
-    const std::lock_guard<std::mutex> lock(channels().mutex);
+    const Nubo::Util::MutexLock lock(channels().mutex);
     const auto found = channels().byKey.find(socket.impl());
     return found == channels().byKey.end() ? nullptr : found->second;
 }
 
 void erase(const SendChannel& channel) {
-    const std::lock_guard<std::mutex> lock(channels().mutex);
+    const Nubo::Util::MutexLock lock(channels().mutex);
     channels().byKey.erase(channel.key());
 }
 

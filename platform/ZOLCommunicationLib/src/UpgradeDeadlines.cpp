@@ -11,29 +11,29 @@ UpgradeDeadlines::Upgrade::Upgrade(int socket)
       due(MonotonicClock::now() + TransportLimits::UPGRADE) {}
 
 UpgradeDeadlines::Handle UpgradeDeadlines::add(int socket) {
-    const std::lock_guard<std::mutex> lock(_mutex);
+    const Nubo::Util::MutexLock lock(_mutex);
     const Handle added = _pending.emplace(_pending.end(), socket);
     if (_pending.size() == 1) _mailbox->wake();
     return added;
 }
 
 void UpgradeDeadlines::remove(Handle upgrade) {
-    const std::lock_guard<std::mutex> lock(_mutex);
+    const Nubo::Util::MutexLock lock(_mutex);
     (upgrade->expired ? _expired : _pending).erase(upgrade);
 }
 
 bool UpgradeDeadlines::expired(Handle upgrade) {
-    const std::lock_guard<std::mutex> lock(_mutex);
+    const Nubo::Util::MutexLock lock(_mutex);
     return upgrade->expired;
 }
 
 MonotonicClock::TimePoint UpgradeDeadlines::next() {
-    const std::lock_guard<std::mutex> lock(_mutex);
+    const Nubo::Util::MutexLock lock(_mutex);
     return _pending.empty() ? MonotonicClock::TimePoint::max() : _pending.front().due;
 }
 
 void UpgradeDeadlines::expire(MonotonicClock::TimePoint now) {
-    const std::lock_guard<std::mutex> lock(_mutex);
+    const Nubo::Util::MutexLock lock(_mutex);
     while (!_pending.empty() && _pending.front().due <= now) {
         ::shutdown(_pending.front().descriptor.get(), SHUT_RDWR);
         _pending.front().expired = true;

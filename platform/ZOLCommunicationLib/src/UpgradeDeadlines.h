@@ -2,10 +2,10 @@
 #define NUBO_NET_UPGRADEDEADLINES_H
 
 #include <Nubo/Net/MonotonicClock.h>
+#include <Nubo/Util/Mutex.h>
 
 #include <list>
 #include <memory>
-#include <mutex>
 
 #include "Descriptor.h"
 #include "Mailbox.h"
@@ -43,10 +43,10 @@ public:
 private:
     const std::shared_ptr<Mailbox> _mailbox;
 
-    std::mutex _mutex;
-    std::list<Upgrade>
-        _pending;  // guarded by _mutex; in the order of their deadlines, all being equally long
-    std::list<Upgrade> _expired;  // guarded by _mutex
+    Nubo::Util::Mutex _mutex;
+    // In the order of their deadlines, all being equally long.
+    std::list<Upgrade> _pending ZOL_GUARDED_BY(_mutex);
+    std::list<Upgrade> _expired ZOL_GUARDED_BY(_mutex);
 };
 
 /// One watched upgrade, for as long as this object lives.

@@ -12,6 +12,7 @@ WebsocketDataEventPayload::WebsocketDataEventPayload(const Poco::SharedPtr<WebSo
 
 WebsocketDataEventPayload::WebsocketDataEventPayload(const WebsocketDataEventPayload& other) = default;
 
+// NOLINTNEXTLINE(performance-noexcept-move-constructor): see the header
 WebsocketDataEventPayload::WebsocketDataEventPayload(WebsocketDataEventPayload&& other)
     : WebsocketEventPayload(other), data(std::exchange(other.data, std::string())), flags(other.flags) {}
 

@@ -25,7 +25,7 @@ bool decode(std::string& text) {
 
 std::vector<QueryParameter> QueryParameter::parse(const Poco::URI& uri) {
     std::vector<QueryParameter> parameters;
-    const std::string query = uri.getRawQuery();
+    const std::string& query = uri.getRawQuery();
     std::string::size_type begin = 0;
     while (begin < query.size()) {
         const auto end = std::min(query.find('&', begin), query.size());

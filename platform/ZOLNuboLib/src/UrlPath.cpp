@@ -39,7 +39,7 @@ std::vector<std::string> segmentsOf(const std::string& path) {
 /// such a word the plain one.
 UrlPath::Characteristic Level::*takeWord(std::vector<std::string>& segments) {
     static const struct {
-        const char* text;
+        const char* text;  // cppcheck-suppress unusedStructMember ; it is, in the loop below
         UrlPath::Characteristic Level::*member;
     } WORDS[] = {{"$id", &Level::id}, {"$spec", &Level::spec}, {"$rights", &Level::rights}};
 

@@ -11,8 +11,8 @@ namespace Nubo::Net {
 /// added. All operations may be called from any thread and never block for long.
 class ZOL_EXPORT MonotonicClock {
 public:
-    using TimePoint = std::chrono::steady_clock::time_point;
-    using Duration = std::chrono::steady_clock::duration;
+    using TimePoint = std::chrono::steady_clock::time_point;  ///< what now() returns
+    using Duration = std::chrono::steady_clock::duration;     ///< between two of them
 
     /// The time now. Never goes back.
     static TimePoint now();
@@ -24,7 +24,7 @@ public:
     /// Has `eventDescriptor` (of eventfd(2), owned by the caller) written to at every advance(), until
     /// removeWaiter(). After removeWaiter() has returned, the descriptor is no longer used.
     static void addWaiter(int eventDescriptor);
-    static void removeWaiter(int eventDescriptor);
+    static void removeWaiter(int eventDescriptor);  ///< undoes addWaiter()
 };
 
 }  // namespace Nubo::Net

@@ -36,11 +36,12 @@ public:
     /// Whether the deadline has ended the socket.
     bool deadlinePassed() const;
 
-    // As in POCO, but a failure that the deadline has caused is a Poco::TimeoutException that says so.
+    /// As in POCO, but a failure that the deadline has caused is a Poco::TimeoutException that says so.
     std::ostream& sendRequest(Poco::Net::HTTPRequest& request) override;
-    std::istream& receiveResponse(Poco::Net::HTTPResponse& response) override;
+    std::istream& receiveResponse(Poco::Net::HTTPResponse& response) override;  ///< @copydoc sendRequest()
 
 protected:
+    /// As in POCO; the deadline begins when the connection is made.
     void connect(const Poco::Net::SocketAddress& address) override;
 
 private:

@@ -22,12 +22,12 @@ public:
     /// The addresses are taken here, once; where the socket cannot tell one, it is the default address.
     WebSocketProxy(const Poco::SharedPtr<Poco::Net::WebSocket>& socket, WebsocketConnectionManager* manager);
 
-    WebSocketProxy(const WebSocketProxy& other);
+    WebSocketProxy(const WebSocketProxy& other);  ///< for the same socket
     ~WebSocketProxy();
 
     /// The local and the peer's address, as they were at construction.
     const Poco::Net::SocketAddress& address() const { return m_address; }
-    const Poco::Net::SocketAddress& peerAddress() const { return m_peerAddress; }
+    const Poco::Net::SocketAddress& peerAddress() const { return m_peerAddress; }  ///< @copydoc address()
 
     /// Closes the socket through its manager: a close frame of code 1000, then the descriptor. Returns at
     /// once, the manager's thread does the work; no closed event comes for the socket. Does nothing when the
@@ -42,8 +42,8 @@ public:
 
     /// Order and equality go by the socket's implementation: the operating system's socket, not the wrapper.
     bool operator<(const WebSocketProxy& other) const;
-    bool operator==(const WebSocketProxy& other) const;
-    bool operator==(const Poco::Net::WebSocket& socket) const;
+    bool operator==(const WebSocketProxy& other) const;         ///< the same socket
+    bool operator==(const Poco::Net::WebSocket& socket) const;  ///< of this socket
 
     const Poco::SharedPtr<Poco::Net::WebSocket> webSocket;  ///< the socket
     const WebsocketConnectionManager* manager;              ///< the manager that serves it, not owned

@@ -46,7 +46,8 @@ public:
     /// close handshake; sending fails from then on.
     Poco::BasicEvent<const WebsocketEventPayload> SocketClosed;
 
-    /// Starts the manager's thread. @throws Poco::SystemException when the system refuses what it needs.
+    /// Starts the manager's thread.
+    /// @throws Poco::SystemException or std::system_error when the system refuses what it needs.
     WebsocketConnectionManager();
 
     /// Ends every connection (close frame 1000, closed event), closes the descriptors and joins the thread.
@@ -63,6 +64,8 @@ public:
     /// @param socket  an open client-side WebSocket, its descriptor blocking. The manager shares it, closes
     /// its
     ///     descriptor when the connection is over, and gives up a connection that nobody else holds any more.
+    ///     Others send through WebSocketSender.h only, and never close it: they remove it, or drop their
+    ///     pointer.
     /// @param timeoutBeforePingMs  milliseconds of silence before a ping is sent; when nothing comes for the
     ///     same time again, the connection is over. 0 or less: no pings.
     /// @throws Poco::NullPointerException for a null socket; Poco::Net::InvalidSocketException for a closed

@@ -13,11 +13,13 @@ class ZOL_EXPORT WebsocketDataEventPayload : public WebsocketEventPayload {
 public:
     /// Empty data, flags 0. The proxy's lifetime is as in WebsocketEventPayload.
     explicit WebsocketDataEventPayload(WebSocketProxy& proxy);
-    explicit WebsocketDataEventPayload(const Poco::SharedPtr<WebSocketProxy>& proxy);
+    explicit WebsocketDataEventPayload(
+        const Poco::SharedPtr<WebSocketProxy>& proxy);  ///< likewise, keeps a share
 
-    WebsocketDataEventPayload(const WebsocketDataEventPayload& other);
+    WebsocketDataEventPayload(const WebsocketDataEventPayload& other);  ///< the data too
 
     /// Takes over the data of `other`, which stays a payload of the same connection, with empty data.
+    // NOLINTNEXTLINE(performance-noexcept-move-constructor): the text of the base is copied, which may throw
     WebsocketDataEventPayload(WebsocketDataEventPayload&& other);
 
     ~WebsocketDataEventPayload() override;

@@ -20,7 +20,7 @@ public:
     /// @throws Poco::NullPointerException when `proxy` is null.
     WebsocketEventPayload(const Poco::SharedPtr<WebSocketProxy>& proxy, const std::string& reason);
 
-    WebsocketEventPayload(const WebsocketEventPayload& other);
+    WebsocketEventPayload(const WebsocketEventPayload& other);  ///< keeps a share where the other has one
     virtual ~WebsocketEventPayload();
 
     WebSocketProxy& webSocketProxy;  ///< the connection concerned

@@ -22,7 +22,7 @@ public:
 
     /// Name and value, decoded; one whose encoding is broken as it was given.
     const std::string& getName() const { return _name; }
-    const std::string& getValue() const { return _value; }
+    const std::string& getValue() const { return _value; }  ///< @copydoc getName()
 
     /// False when the percent-encoding is broken (RFC 3986, 2.1) or the name is empty.
     bool isValid() const { return _isValid; }

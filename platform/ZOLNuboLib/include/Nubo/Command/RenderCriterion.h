@@ -15,7 +15,7 @@ public:
     static const std::string
         EXPAND;  ///< name of the expansion level: linked elements in place, N levels deep
 
-    explicit RenderCriterion(const QueryParameter& parameter);
+    explicit RenderCriterion(const QueryParameter& parameter);  ///< a copy, as a criterion
 };
 
 }  // namespace Nubo::Command

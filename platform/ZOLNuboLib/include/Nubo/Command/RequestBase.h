@@ -16,11 +16,12 @@ namespace Nubo::Command {
 /// operation throws.
 class ZOL_EXPORT RequestBase {
 public:
+    /// Takes the URI apart; none is refused, see UrlPath and QueryParameter.
     explicit RequestBase(const Poco::URI& requestUri);
 
-    const UrlPath& getUrlPath() const { return m_urlPath; }
-    const std::vector<RenderCriterion>& getRenderCriteria() const { return renderCriteria; }
-    const std::vector<SearchCriterion>& getSearchCriteria() const { return searchCriteria; }
+    const UrlPath& getUrlPath() const { return m_urlPath; }                                   ///< its path
+    const std::vector<RenderCriterion>& getRenderCriteria() const { return renderCriteria; }  ///< in order
+    const std::vector<SearchCriterion>& getSearchCriteria() const { return searchCriteria; }  ///< in order
 
     /// The number of the first `$expand=`: how many levels of linked elements the answer shall hold. 0 when
     /// there is none or it is no unsigned decimal number; the greatest unsigned int when the number does not

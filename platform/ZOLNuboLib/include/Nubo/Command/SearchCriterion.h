@@ -9,7 +9,7 @@ namespace Nubo::Command {
 /// A query parameter that selects elements by a member: `name=X`. A value; any thread.
 class ZOL_EXPORT SearchCriterion : public QueryParameter {
 public:
-    explicit SearchCriterion(const QueryParameter& parameter);
+    explicit SearchCriterion(const QueryParameter& parameter);  ///< a copy, as a criterion
 };
 
 }  // namespace Nubo::Command

@@ -16,6 +16,7 @@ namespace Nubo::Command {
 /// about the level before it. A value; any thread; no operation throws.
 class ZOL_EXPORT UrlPath {
 public:
+    /// What a path names, by its level and its "$" word.
     enum Characteristic : std::uint32_t {
         INVALID = 0,  ///< no absolute path, or a "$" word that its level does not have
         ROOT = 1,
@@ -40,10 +41,10 @@ public:
 
     /// The parts of the path, decoded; empty where the path has none (all of them when it is not absolute).
     const std::string& getService() const { return service; }
-    const std::string& getResource() const { return resource; }
-    const std::string& getElement() const { return element; }
+    const std::string& getResource() const { return resource; }  ///< second part
+    const std::string& getElement() const { return element; }    ///< all further parts
 
-    Characteristic getCharacteristic() const { return characteristic; }
+    Characteristic getCharacteristic() const { return characteristic; }  ///< what the path names
 
     /// The valid query parameters by name, decoded; of several with one name the first.
     const std::map<std::string, std::string>& getQueryParameter() const { return queryParameter; }

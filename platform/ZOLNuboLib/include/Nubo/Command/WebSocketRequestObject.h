@@ -17,7 +17,7 @@ namespace Nubo::Command {
 /// at once. Constants are set when the library is loaded and never change.
 class ZOL_EXPORT WebSocketRequestObject : public RequestBase {
 public:
-    typedef Poco::SharedPtr<WebSocketRequestObject> Ptr;
+    typedef Poco::SharedPtr<WebSocketRequestObject> Ptr;  ///< counted
 
     static const std::string FIELD_TYPE;                   ///< key of the type word, in both directions
     static const std::string FIELD_EVENT;                  ///< key of the URI concerned, in both directions
@@ -48,7 +48,7 @@ public:
     /// once.
     const Poco::JSON::Object* getData() const { return m_data.get(); }
 
-    const std::string& getType() const { return m_type; }
+    const std::string& getType() const { return m_type; }  ///< one of the TYPE_ constants
 
     /// The event as a URI, empty when it is none. POCO encodes anew: for the text as given see getData().
     const Poco::URI& getEvent() const { return m_event; }
@@ -56,7 +56,7 @@ public:
     const Poco::Optional<long>& getInterval() const { return m_interval; }        ///< milliseconds
     const Poco::Optional<long>& getUpdateLimit() const { return m_updateLimit; }  ///< as given
     const std::string& getAuthorization() const { return m_authorization; }       ///< empty when not given
-    bool isAutosubscribe() const { return m_autosubscribe; }
+    bool isAutosubscribe() const { return m_autosubscribe; }                      ///< false when not given
 
 private:
     // Fixed after construction.
