@@ -1,9 +1,11 @@
 #include "Connection.h"
 
 #include <Nubo/Simulator/Endpoint.h>
+#include <poll.h>
 #include <sys/socket.h>
 
 #include <array>
+#include <cerrno>
 
 #include "HttpExchange.h"
 #include "Listener.h"
@@ -21,18 +23,26 @@ std::string closeFrame(const Ending_t& ending) {
     return Endpoint::encodeFrame(code + ending.reason, Endpoint::CLOSE);
 }
 
+/// After a send that failed with `error`: whether it is worth another try.
+bool awaitSendable(int descriptor, int error) {
+    using std::chrono::milliseconds;
+    if (error == EINTR) return true;
+    if (error != EAGAIN) return false;
+    pollfd sendable{descriptor, POLLOUT, 0};
+    return ::poll(&sendable, 1, static_cast<int>(milliseconds(Endpoint::SEND_TIMEOUT).count())) > 0;
+}
+
 }  // namespace
 
 Connection::Connection(Endpoint& endpoint, const Poco::Net::StreamSocket& stream)
     : _endpoint(endpoint), _stream(stream) {
     _stream.setNoDelay(true);
-    _stream.setSendTimeout(Poco::Timespan(Endpoint::SEND_TIMEOUT.count(), 0));
 }
 
 void Connection::start() {
     _thread = std::make_unique<Poco::Thread>();
     _thread->setStackSize(STACK_SIZE);
-    _thread->startFunc([this] { run(); });
+    _thread->start(*this);
 }
 
 void Connection::join() {
@@ -46,6 +56,7 @@ void Connection::run() {
         // The peer has broken off or sent nonsense: that ends the connection and nothing else.
     }
     close();
+    if (_number != 0) _endpoint.report("closed", "", _number);
     _endpoint.raiseChanged();
     _finished = true;
 }
@@ -108,12 +119,16 @@ bool Connection::send(const std::string& bytes) {
 }
 
 bool Connection::trySend(const std::string& bytes) {
-    try {
-        _stream.sendBytes(bytes.data(), static_cast<int>(bytes.size()));
-        return true;
-    } catch (const Poco::Exception&) {
-        return false;  // the peer is gone or takes nothing
+    const int descriptor = _stream.impl()->sockfd();
+    std::size_t sent = 0;
+    while (sent < bytes.size()) {
+        const auto count =
+            ::send(descriptor, bytes.data() + sent, bytes.size() - sent, MSG_DONTWAIT | MSG_NOSIGNAL);
+        if (count < 0 && !awaitSendable(descriptor, errno))
+            return false;  // the peer is gone or takes nothing
+        if (count > 0) sent += static_cast<std::size_t>(count);
     }
+    return true;
 }
 
 bool Connection::isOpen() const {
@@ -171,6 +186,10 @@ bool Connection::open(unsigned number, const std::string& answer) {
 
 void Connection::received(const std::string& text) {
     _endpoint.received(*this, text);
+}
+
+void Connection::pushDue() {
+    _endpoint.pushDue(*this);
 }
 
 }  // namespace Nubo::Simulator

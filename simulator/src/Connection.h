@@ -3,6 +3,7 @@
 
 #include <Nubo/Simulator/Faults.h>
 #include <Poco/Net/StreamSocket.h>
+#include <Poco/Runnable.h>
 #include <Poco/Thread.h>
 
 #include <atomic>
@@ -20,7 +21,7 @@ class Endpoint;
 
 /// One accepted connection and its thread: HTTP requests first, frames after an upgrade. The thread alone
 /// reads, and closes the descriptor at its end; others send, and end the connection by shutting it down.
-class Connection {
+class Connection : private Poco::Runnable {
 public:
     Connection(Endpoint& endpoint, const Poco::Net::StreamSocket& stream);
     Connection(const Connection&) = delete;
@@ -62,6 +63,8 @@ public:
     bool open(unsigned number, const std::string& answer);
     /// Hands a message over to the endpoint.
     void received(const std::string& text);
+    /// Serves the subscriptions whose limit held back a change and now lets it go.
+    void pushDue();
     /// Sends `lastBytes` and the end of the stream on an open WebSocket. @return whether it was one
     bool endOurSide(const std::string& lastBytes);
     /// @}
@@ -75,7 +78,7 @@ private:
         Closed    ///< the descriptor is closed
     };
 
-    void run();
+    void run() override;
     void close();
     bool isPhase(Phase phase) const;
     bool trySend(const std::string& bytes);

@@ -11,8 +11,18 @@ namespace Nubo::Simulator {
 
 using Guard = std::lock_guard<std::mutex>;
 
-Endpoint::Endpoint(const std::string& address, Poco::UInt16 port, ChangeSignal& changed)
-    : _address(address),
+namespace {
+
+std::string describeAddress(const Endpoint& endpoint) {
+    return endpoint.address() + ":" + std::to_string(endpoint.port());
+}
+
+}  // namespace
+
+Endpoint::Endpoint(const std::string& name, const std::string& address, Poco::UInt16 port,
+                   ChangeSignal& changed)
+    : _name(name),
+      _address(address),
       _changed(changed),
       _recorder(changed),
       _faults(std::make_unique<FaultTable>()),
@@ -31,6 +41,7 @@ void Endpoint::start() {
 void Endpoint::startLocked() {
     _listener->start([this](const Poco::Net::StreamSocket& stream) { _sockets->add(*this, stream); });
     _running = true;
+    report("started", describeAddress(*this));
 }
 
 void Endpoint::stop() {
@@ -41,6 +52,7 @@ void Endpoint::stop() {
 void Endpoint::stopLocked() {
     _listener->stop();
     _sockets->stop();
+    if (_running) report("stopped", describeAddress(*this));
     _running = false;
     _changed.raise();
 }
@@ -73,12 +85,14 @@ void Endpoint::glue(const std::string& bytes) {
 
 void Endpoint::goSilent() {
     Guard guard(_order);
+    if (!_silent) report("silent");
     _silent = true;
     _sockets->setSilent(true);
 }
 
 void Endpoint::speak() {
     Guard guard(_order);
+    if (_silent) report("speaking");
     _silent = false;
     for (const auto& connection : _sockets->open())
         for (const auto& missed : connection->subscriptions().takeMissed()) pushData(*connection, missed);
@@ -118,6 +132,10 @@ std::vector<unsigned> Endpoint::socketNumbers() const {
 
 void Endpoint::raiseChanged() {
     _changed.raise();
+}
+
+void Endpoint::report(const std::string& what, const std::string& text, unsigned socket) const {
+    _changed.report({_name, what, socket, text});
 }
 
 }  // namespace Nubo::Simulator

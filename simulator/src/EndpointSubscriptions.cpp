@@ -2,6 +2,8 @@
 #include <Nubo/Command/WebSocketRequestObject.h>
 #include <Nubo/Simulator/Endpoint.h>
 
+#include <algorithm>
+
 #include "SocketTable.h"
 #include "Target.h"
 #include "Wire.h"
@@ -28,6 +30,13 @@ SubscriptionList::Filter filterFor(const std::string& uri) {
     };
 }
 
+Limit_t limitOf(const Request_t& request) {
+    Limit_t limit;
+    limit.interval = std::chrono::milliseconds(std::max(0L, request.interval.value_or(0)));
+    limit.updates = std::max(1L, request.updateLimit.value_or(0));
+    return limit;
+}
+
 std::optional<Target_t> tryParse(const std::string& uri) {
     try {
         return Target_t::parse(uri);
@@ -41,8 +50,9 @@ std::optional<Target_t> tryParse(const std::string& uri) {
 void Endpoint::received(Connection& connection, const std::string& text) {
     const Request_t request = Wire::parseRequest(connection.number(), text);
     if (request.type == WebSocketRequestObject::TYPE_SUBSCRIBE) return subscribe(connection, request);
-    if (request.type == WebSocketRequestObject::TYPE_UNSUBSCRIBE)
-        connection.subscriptions().remove(request.event);
+    const bool unsubscribes = request.type == WebSocketRequestObject::TYPE_UNSUBSCRIBE;
+    if (unsubscribes) connection.subscriptions().remove(request.event);
+    report(unsubscribes ? request.type : "message", unsubscribes ? request.event : text, request.socket);
     _recorder.add(request);
 }
 
@@ -50,7 +60,8 @@ void Endpoint::subscribe(Connection& connection, const Request_t& request) {
     Guard guard(_order);
     const auto target = tryParse(request.event);
     const bool known = target && render(*target);
-    if (known) connection.subscriptions().add({request.event, *target});
+    if (known) connection.subscriptions().add({request.event, *target}, limitOf(request));
+    report(request.type, request.event, request.socket);
     _recorder.add(request);
     if (!known) {
         connection.send(encodeFrame(Wire::error(request.event, NOT_FOUND)));
@@ -68,12 +79,14 @@ std::size_t Endpoint::publish(const std::function<Change_t()>& change) {
     for (const auto& connection : _sockets->open())
         for (const auto& subscription : connection->subscriptions().matching(concerned))
             if (pushData(*connection, subscription)) ++served;
+    if (served != 0 && made.kind == Change_t::Kind::Element)
+        report("changed", made.element.path() + ", " + std::to_string(served) + " notified");
     raiseChanged();
     return served;
 }
 
 bool Endpoint::pushData(Connection& connection, const Subscription_t& subscription) {
-    if (_silent) {
+    if (_silent || !connection.subscriptions().admit(subscription.event)) {
         connection.subscriptions().markMissed(subscription.event);
         return false;
     }
@@ -81,6 +94,11 @@ bool Endpoint::pushData(Connection& connection, const Subscription_t& subscripti
         return connection.send(encodeFrame(Wire::data(subscription.event, *json)));
     connection.subscriptions().remove(subscription.event);
     return connection.send(encodeFrame(Wire::error(subscription.event, GONE)));
+}
+
+void Endpoint::pushDue(Connection& connection) {
+    Guard guard(_order);
+    for (const auto& due : connection.subscriptions().takeDue()) pushData(connection, due);
 }
 
 std::size_t Endpoint::pushRaw(const std::string& text, const std::string& uri) {

@@ -31,8 +31,13 @@ void FrameReader::run() {
 void FrameReader::awaitFrame() {
     // Frames that came right behind the upgrade request are in the WebSocket's buffer, where no poll sees
     // them.
-    while (_webSocket.available() == 0 && !_webSocket.poll(LONG, WebSocket::SELECT_READ)) {
-    }
+    while (_webSocket.available() == 0 && !_webSocket.poll(untilNextDue(), WebSocket::SELECT_READ))
+        _connection.pushDue();
+}
+
+Poco::Timespan FrameReader::untilNextDue() const {
+    const auto time = _connection.subscriptions().untilNextDue();
+    return time ? Poco::Timespan(std::chrono::microseconds(*time).count()) : LONG;
 }
 
 bool FrameReader::readFrame() {

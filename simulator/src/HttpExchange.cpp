@@ -67,10 +67,13 @@ bool HttpExchange::run(bool keepAlive) {
         return false;
     }
     if (fault.kind != Fault_t::Kind::None) {
+        report("a fault");
         meet(fault);
         return false;
     }
-    return _connection.sendDripping(Wire::compose(properAnswer(), keepAlive), fault.drip) && keepAlive;
+    const HttpAnswer_t answer = properAnswer();
+    report(std::to_string(answer.status));
+    return _connection.sendDripping(Wire::compose(answer, keepAlive), fault.drip) && keepAlive;
 }
 
 bool HttpExchange::isUpgrade() const {
@@ -87,6 +90,10 @@ void HttpExchange::read() {
         _endpoint._recorder.addUpgradeRequest(_received);
     else
         _endpoint._recorder.addHttp(_received);
+}
+
+void HttpExchange::report(const std::string& outcome) const {
+    _endpoint.report("http", _received.method + " " + _received.uri + " " + outcome);
 }
 
 void HttpExchange::meet(const Fault_t& fault) {
@@ -125,7 +132,10 @@ bool HttpExchange::servesUpgrade() const {
 }
 
 void HttpExchange::upgrade(const Fault_t& fault) {
-    if (!servesUpgrade()) return meet(Fault_t::answering(Wire::failure(404, "no such service")));
+    if (!servesUpgrade()) {
+        report("404");
+        return meet(Fault_t::answering(Wire::failure(404, "no such service")));
+    }
     std::string answer = Wire::switchingProtocols(_request.get(HEADER_KEY)) + _endpoint._faults->glue();
     if (fault.drip.count() != 0) {
         // The last byte is sent in one step with the opening.
@@ -133,6 +143,7 @@ void HttpExchange::upgrade(const Fault_t& fault) {
         answer.erase(0, answer.size() - 1);
     }
     if (!_connection.open(_endpoint._recorder.addUpgrade(), answer)) return;
+    _endpoint.report("opened", "", _connection.number());
     _endpoint.raiseChanged();
     if (fault.kind == Fault_t::Kind::OpenAndEnd) _connection.end(fault.ending);
     serveFrames();

@@ -28,6 +28,7 @@ private:
     bool run(bool keepAlive);
     bool isUpgrade() const;
     void read();
+    void report(const std::string& outcome) const;
     void meet(const Fault_t& fault);
     void upgrade(const Fault_t& fault);
     void serveFrames();

@@ -53,9 +53,10 @@ Listener::~Listener() {
 void Listener::start(const Accept& accept) {
     claim(_address, [this] { _socket.listen(BACKLOG); });
     _stopping = false;
+    _accept = accept;
     _thread = std::make_unique<Poco::Thread>();
     _thread->setStackSize(STACK_SIZE);
-    _thread->startFunc([this, accept] { run(accept); });
+    _thread->start(*this);
 }
 
 void Listener::stop() {
@@ -67,10 +68,10 @@ void Listener::stop() {
     _thread.reset();
 }
 
-void Listener::run(const Accept& accept) {
+void Listener::run() {
     while (!_stopping) {
         try {
-            accept(_socket.acceptConnection());
+            _accept(_socket.acceptConnection());
         } catch (const std::exception&) {
             // Out of descriptors or threads: the peer is left alone until there are some again.
             if (!_stopping) std::this_thread::sleep_for(REST_WITHOUT_DESCRIPTORS);

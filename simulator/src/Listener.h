@@ -3,6 +3,7 @@
 
 #include <Poco/Net/ServerSocket.h>
 #include <Poco/Net/StreamSocket.h>
+#include <Poco/Runnable.h>
 #include <Poco/Thread.h>
 
 #include <atomic>
@@ -18,7 +19,7 @@ constexpr int STACK_SIZE = 256 * 1024;
 /// A port that is reserved as long as the object lives, and listened on between start() and stop(). Reserved
 /// means bound: connections are refused, and the system gives the port to nobody else, not even to the
 /// loopback connections of a client that keeps trying to reconnect to it. Used by one thread at a time.
-class Listener {
+class Listener : private Poco::Runnable {
 public:
     using Accept = std::function<void(const Poco::Net::StreamSocket&)>;
 
@@ -26,7 +27,7 @@ public:
     Listener(const std::string& address, Poco::UInt16 port);
     Listener(const Listener&) = delete;
     Listener& operator=(const Listener&) = delete;
-    ~Listener();
+    ~Listener() override;
 
     /// Calls `accept` with each new connection, on a thread of its own. Exceptions as of the constructor.
     void start(const Accept& accept);
@@ -36,13 +37,16 @@ public:
     Poco::UInt16 port() const { return _address.port(); }
 
 private:
-    void run(const Accept& accept);
+    void run() override;
 
     // Fixed after construction.
     Poco::Net::SocketAddress _address;
     Poco::Net::ServerSocket _socket;
 
-    std::unique_ptr<Poco::Thread> _thread;  // a new one each time; only start() and stop() touch it
+    // Touched by start() and stop(); _accept in between by the thread alone.
+    std::unique_ptr<Poco::Thread> _thread;  // a new one each time
+    Accept _accept;
+
     std::atomic<bool> _stopping{false};
 };
 

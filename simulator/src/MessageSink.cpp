@@ -2,6 +2,7 @@
 #include <Poco/AutoPtr.h>
 
 #include <algorithm>
+#include <utility>
 
 namespace Nubo::Simulator {
 
@@ -10,11 +11,31 @@ namespace {
 using Clock = std::chrono::steady_clock;
 constexpr std::chrono::milliseconds LOOK_ANYWAY{10};
 
+using Nubo::Util::DataMessageBase;
+
+/// A message in the queue. The queue leaves a reference with the thread that enqueues, and drops it after the
+/// message may have been run: only the envelope may end there, never the message.
+class Envelope : public Poco::Notification {
+public:
+    explicit Envelope(DataMessageBase* message) : _message(message) {}
+
+    DataMessageBase* take() { return std::exchange(_message, nullptr); }
+
+private:
+    ~Envelope() override = default;
+
+    DataMessageBase* _message;
+};
+
 /// Owns a message's one reference and ends the message properly, whatever happens.
 class Message {
 public:
-    explicit Message(Poco::Notification* notification)
-        : _message(static_cast<Nubo::Util::DataMessageBase*>(notification)) {}
+    explicit Message(DataMessageBase* message) : _message(message) {}
+    /// Takes over what a queue has returned, null included.
+    explicit Message(Poco::Notification* dequeued) {
+        const Poco::Notification::Ptr envelope(dequeued);
+        if (envelope) _message = static_cast<Envelope*>(dequeued)->take();
+    }
     Message(const Message&) = delete;
     Message& operator=(const Message&) = delete;
     ~Message() {
@@ -25,7 +46,7 @@ public:
     void run() { _message->processData(); }
 
 private:
-    Poco::AutoPtr<Nubo::Util::DataMessageBase> _message;
+    Poco::AutoPtr<DataMessageBase> _message;
 };
 
 /// What is left until `end`, rounded up so that nobody spins through the last millisecond.
@@ -40,12 +61,12 @@ MessageSink::~MessageSink() {
     }
 }
 
-bool MessageSink::enqueueDataMessage(Nubo::Util::DataMessageBase* message) {
+bool MessageSink::enqueueDataMessage(DataMessageBase* message) {
     if (_refusing) {
         Message dropped(message);
         return false;
     }
-    _queue.enqueueNotification(Poco::Notification::Ptr(message));
+    _queue.enqueueNotification(Poco::Notification::Ptr(new Envelope(message)));
     return true;
 }
 

@@ -13,8 +13,8 @@ const char* const LOOPBACK = "127.0.0.1";
 
 }  // namespace
 
-Platform::Platform(Poco::UInt16 registryPort)
-    : _changed(std::make_unique<ChangeSignal>()),
+Platform::Platform(Poco::UInt16 registryPort, const Observer& observer)
+    : _changed(std::make_unique<ChangeSignal>(observer)),
       _registry(
           std::make_unique<Registry>(Nubo::ServiceRegistryConnection::ADDRESS, registryPort, *_changed)) {}
 

@@ -14,7 +14,7 @@ using Nubo::Data::ServiceBase;
 using Nubo::Data::XObjectBase;
 
 Registry::Registry(const std::string& address, Poco::UInt16 port, ChangeSignal& changed)
-    : Endpoint(address, port, changed) {
+    : Endpoint("registry", address, port, changed) {
     start();
 }
 
@@ -26,6 +26,7 @@ std::size_t Registry::put(const std::string& name, const Poco::JSON::Object::Ptr
     return publish([&]() -> Change_t {
         Guard guard(_recordsMutex);
         _records[name] = record;
+        report("registered", name);
         return {Change_t::Kind::Record, {}, name};
     });
 }
@@ -38,6 +39,7 @@ std::size_t Registry::remove(const std::string& name) {
     return publish([&]() -> Change_t {
         Guard guard(_recordsMutex);
         if (_records.erase(name) == 0) return {};
+        report("withdrawn", name);
         return {Change_t::Kind::Record, {}, name};
     });
 }

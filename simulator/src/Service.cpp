@@ -30,7 +30,7 @@ HttpAnswer_t notFound(const Target_t& target) {
 
 Service::Service(const std::string& name, const std::string& address, const RecordForm_t& form,
                  Registry& registry, ChangeSignal& signal)
-    : Endpoint(address, 0, signal), _name(name), _registry(registry), _tree(name), _form(form) {
+    : Endpoint(name, address, 0, signal), _registry(registry), _tree(name), _form(form) {
     start();
 }
 
@@ -47,25 +47,25 @@ void Service::registerService(const RecordForm_t& form) {
 }
 
 void Service::registerService() {
-    _registry.put(_name, registryRecord());
+    _registry.put(name(), registryRecord());
 }
 
 void Service::withdraw() {
-    _registry.remove(_name);
+    _registry.remove(name());
 }
 
 void Service::move() {
     relocate();
-    if (_registry.has(_name)) registerService();
+    if (_registry.has(name())) registerService();
 }
 
 Poco::JSON::Object::Ptr Service::registryRecord() const {
     Guard guard(_formMutex);
-    const std::string path = "/" + _name + "/";
+    const std::string path = "/" + name() + "/";
     const std::string portText = std::to_string(port());
     const bool withHost = _form.uri == RecordForm_t::Uri::WithHost;
     Poco::JSON::Object::Ptr record = new Poco::JSON::Object;
-    record->set(XObjectBase::KEY_NAME, _name);
+    record->set(XObjectBase::KEY_NAME, name());
     record->set(XObjectBase::KEY_URI, withHost ? "http://" + address() + ":" + portText + path : path);
     if (_form.port == RecordForm_t::Port::Number)
         record->set(ServiceBase::KEY_PORT, port());
@@ -82,19 +82,27 @@ std::size_t Service::setElement(const std::string& resource, const std::string& 
                                 const std::string& json) {
     return publish([&] {
         _tree.set(resource, element, json);
-        return changed(Target_t::ofElement(_name, resource, element));
+        return changed(Target_t::ofElement(name(), resource, element));
+    });
+}
+
+std::size_t Service::changeElement(const std::string& resource, const std::string& element,
+                                   const std::string& json) {
+    return publish([&] {
+        return _tree.merge(resource, element, json) ? changed(Target_t::ofElement(name(), resource, element))
+                                                    : Change_t();
     });
 }
 
 std::size_t Service::removeElement(const std::string& resource, const std::string& element) {
     return publish([&] {
-        return _tree.remove(resource, element) ? changed(Target_t::ofElement(_name, resource, element))
+        return _tree.remove(resource, element) ? changed(Target_t::ofElement(name(), resource, element))
                                                : Change_t();
     });
 }
 
 bool Service::servesUpgrade(const Target_t& target) const {
-    return target.segments == std::vector<std::string>{_name};
+    return target.segments == std::vector<std::string>{name()};
 }
 
 std::optional<std::string> Service::render(const Target_t& target) const {
@@ -115,9 +123,7 @@ HttpAnswer_t Service::answer(const HttpRequest_t& request) {
 }
 
 HttpAnswer_t Service::modify(const Target_t& target, const std::string& json) {
-    publish([&] {
-        return _tree.merge(target.segments[1], target.element(), json) ? changed(target) : Change_t();
-    });
+    changeElement(target.segments[1], target.element(), json);
     const auto element = render(target);
     return element ? Wire::ok(*element) : notFound(target);
 }
@@ -128,7 +134,7 @@ HttpAnswer_t Service::create(const Target_t& list, const std::string& json) {
     publish([&]() -> Change_t {
         const auto id = _tree.add(list.segments[1], json);
         if (!id) return {};
-        created = Target_t::ofElement(_name, list.segments[1], *id);
+        created = Target_t::ofElement(name(), list.segments[1], *id);
         return changed(created);
     });
     const auto element = render(created);

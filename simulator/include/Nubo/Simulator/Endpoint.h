@@ -31,6 +31,10 @@ struct Target_t;
 /// description says so. Faults stay until they are used up or clearFaults() is called, over stop() and
 /// start() as well.
 ///
+/// A subscription is served at once and on every change. One with an `interval` (milliseconds, not 0) is
+/// served at most `updateLimit` times (0 or not given: once) in each interval; a change beyond that is not
+/// lost, but what has become of it by then is sent when the interval is over.
+///
 /// One thread accepts connections, one more serves each connection. What is sent to subscribers is sent on
 /// the thread that causes it; a peer that takes nothing for 2 s (SEND_TIMEOUT) loses its connection.
 class Endpoint {
@@ -53,6 +57,8 @@ public:
     void stop();
 
     bool isRunning() const;
+    /// The service's name, or "registry".
+    const std::string& name() const { return _name; }
     const std::string& address() const { return _address; }
     Poco::UInt16 port() const { return _port; }
 
@@ -89,7 +95,7 @@ public:
     // --- Pushing as given ---------------------------------------------------------------------------------
 
     /// Sends `text` as one text frame to every open WebSocket, or to those that have a live subscription of
-    /// `uri` (see liveSubscriptions()). @return how many sockets took it.
+    /// `uri` (see liveSubscriptions(), exceptions too). @return how many sockets took it.
     std::size_t pushRaw(const std::string& text, const std::string& uri = "");
 
     /// Sends `parts` as one fragmented text message, a frame each, to every open WebSocket.
@@ -116,6 +122,7 @@ public:
     std::vector<unsigned> socketNumbers() const;
     /// Live subscriptions over all open sockets whose path is that of `uri` and, when `uri` has a query,
     /// whose query is the same. A fragment of `uri` and a '/' at the path's end do not matter.
+    /// @throws Poco::SyntaxException when `uri` is none.
     std::size_t liveSubscriptions(const std::string& uri) const;
     /// The events of all live subscriptions, socket by socket.
     std::vector<std::string> subscribedEvents() const;
@@ -123,9 +130,10 @@ public:
 protected:
     /// Reserves `port` (0: a free one) of `address`; does not listen yet. A deriving class calls start() and
     /// stop() in its own constructor and destructor, since connections call the operations below.
+    /// @param name for those who are told what happens
     /// @param changed is told of everything that happens; outlives the endpoint.
     /// @throws Poco::Net::NetException as start().
-    Endpoint(const std::string& address, Poco::UInt16 port, ChangeSignal& changed);
+    Endpoint(const std::string& name, const std::string& address, Poco::UInt16 port, ChangeSignal& changed);
 
     /// Goes to another free port, with the same state otherwise; runs afterwards if it ran before.
     void relocate();
@@ -133,6 +141,9 @@ protected:
     /// Makes a change and pushes it to the subscriptions concerned, before any other change is made. `change`
     /// says what it has changed. @return how many subscriptions were served.
     std::size_t publish(const std::function<Change_t()>& change);
+
+    /// Tells the platform's observer of a happening here.
+    void report(const std::string& what, const std::string& text = "", unsigned socket = 0) const;
 
 private:
     friend class Connection;
@@ -147,6 +158,7 @@ private:
     void received(Connection& connection, const std::string& text);
     void subscribe(Connection& connection, const Request_t& request);
     bool pushData(Connection& connection, const Subscription_t& subscription);
+    void pushDue(Connection& connection);
     void raiseChanged();
 
     // Both need _lifeMutex held.
@@ -154,6 +166,7 @@ private:
     void stopLocked();
 
     // Fixed after construction.
+    const std::string _name;
     const std::string _address;
     ChangeSignal& _changed;
 

@@ -14,6 +14,7 @@ namespace Nubo::Simulator {
 /// A message sink for programs whose own thread has nothing better to do than to run messages: examples,
 /// tools and tests. Messages are run in the order in which they came.
 ///
+/// A message that was accepted is also released on the thread that runs it, never on the one that posts it.
 /// The thread that calls dispatch() or dispatchUntil() is the "caller's thread" of the library; it should be
 /// the same one every time. The sink outlives the ClientLib that posts to it.
 class MessageSink : public Nubo::Client::IMessageSyncInterface {

@@ -2,6 +2,7 @@
 #define NUBO_SIMULATOR_PLATFORM_H
 
 #include <Nubo/ServiceRegistryConnection.h>
+#include <Nubo/Simulator/Happening.h>
 #include <Nubo/Simulator/Registry.h>
 #include <Nubo/Simulator/Service.h>
 
@@ -26,8 +27,10 @@ public:
     enum class Registration { AtOnce, Later };
 
     /// Starts the registry. @param registryPort 0 takes a free one (which the client library does not know).
+    /// @param observer copied; told of everything that happens, from the start of the registry on
     /// @throws Poco::Net::NetException "port 4480 of 127.0.0.1 is taken" when something listens there.
-    explicit Platform(Poco::UInt16 registryPort = Nubo::ServiceRegistryConnection::PORT);
+    explicit Platform(Poco::UInt16 registryPort = Nubo::ServiceRegistryConnection::PORT,
+                      const Observer& observer = {});
     Platform(const Platform&) = delete;
     Platform& operator=(const Platform&) = delete;
 

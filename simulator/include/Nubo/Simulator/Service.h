@@ -21,7 +21,12 @@ struct RecordForm_t {
 ///
 /// An element is a JSON object at "/<service>/<resource>/<element>"; a resource is the list of its elements,
 /// in the order of their ids. Changing an element pushes it to its own subscriptions and the whole list to
-/// those of the list. Removing it sends error 410 to its own subscriptions, which end thereby.
+/// those of the list. Removing it sends error 410 to its own subscriptions, which end thereby. A subscription
+/// of something that does not exist is answered with error 404 and forgotten.
+///
+/// Over HTTP: GET reads (queries "name=X" and the like, "$fields", "$expand"), PUT and POST on an element set
+/// the members given, POST on a list adds an element (status 201, the element in the body), DELETE removes
+/// one.
 class Service final : public Endpoint {
 public:
     /// Listens on a free port of `address`; does not register yet. `registry` and `changed` outlive the
@@ -30,8 +35,6 @@ public:
     Service(const std::string& name, const std::string& address, const RecordForm_t& form, Registry& registry,
             ChangeSignal& changed);
     ~Service() override;
-
-    const std::string& name() const { return _name; }
 
     /// Puts the service's record, with its present port, into the registry, which pushes it.
     void registerService();
@@ -53,6 +56,11 @@ public:
     /// @throws Poco::Exception when `json` is no JSON object; nothing is changed then.
     std::size_t setElement(const std::string& resource, const std::string& element, const std::string& json);
 
+    /// Sets those members of an element that `json` names. Otherwise as setElement(), but that nothing is
+    /// added.
+    std::size_t changeElement(const std::string& resource, const std::string& element,
+                              const std::string& json);
+
     /// Removes an element. @return how many subscriptions were told; 0 when there was no such element.
     std::size_t removeElement(const std::string& resource, const std::string& element);
 
@@ -69,7 +77,6 @@ private:
     Poco::JSON::Object::Ptr registryRecord() const;
 
     // Fixed after construction.
-    const std::string _name;
     Registry& _registry;
 
     // Locks itself.

@@ -1,0 +1,95 @@
+// How an application tests its own listener: against services that the test itself plays.
+
+#include <Nubo/Client/ClientLib.h>
+#include <Nubo/Client/ServiceListener.h>
+#include <Nubo/Simulator/MessageSink.h>
+#include <Nubo/Simulator/Platform.h>
+#include <gtest/gtest.h>
+
+#include <optional>
+
+using namespace Nubo::Client;
+using namespace Nubo::Simulator;
+using namespace std::chrono_literals;
+
+namespace {
+
+/// What is tested: shows the title of a track.
+class TrackDisplay : public ServiceListener {
+public:
+    explicit TrackDisplay(ClientLib& client) : ServiceListener(&client, 1) {
+        addServiceToMonitor("Media", false);
+    }
+    ~TrackDisplay() override { shutdown(); }
+
+    void HandleMicroServicesAvailable(bool available) override {
+        if (!available) shown = "(no Media)";
+        if (available && _subscription.empty())
+            _subscription = addSubscription("/Media/tracks/0xa", "", 0, "", false);
+    }
+    void HandleServiceHandlerNotification(
+        const ServiceHandler::ServiceHandlerNotificationData_t& data) override {
+        if (data.hasElementGone()) shown = "(removed)";
+        if (const auto track = data.container->getObject("data"))
+            shown = track->getValue<std::string>("title");
+    }
+
+    std::string shown = "(no Media)";
+
+private:
+    std::string _subscription;
+};
+
+class TrackDisplayTest : public testing::Test {
+protected:
+    TrackDisplayTest() {
+        media.setElement("tracks", "0xa", R"({"title":"First"})");
+        client.startup();
+        client.addService(new ServiceHandler("Media", &client, &sink, 5000, true));
+        display.emplace(client);  // now that the client knows Media
+        display->startup();
+    }
+    ~TrackDisplayTest() override {
+        display->shutdown();
+        client.shutdown();
+    }
+
+    static ClientLib::ClientLibParameters parameters() {
+        ClientLib::ClientLibParameters made{};
+        made.countConnectService_Retry = 3;
+        made.delayConnectService_Retry = 10;  // milliseconds: tests are impatient
+        return made;
+    }
+    /// Waits for what the display shall show, and no longer. The deadline is for a test that fails.
+    bool shows(const std::string& text) {
+        return sink.dispatchUntil([&] { return display->shown == text; }, 10s);
+    }
+
+    Platform platform;
+    Service& media = platform.addService("Media");
+    MessageSink sink;
+    ClientLib client{&sink, parameters()};
+    std::optional<TrackDisplay> display;
+};
+
+TEST_F(TrackDisplayTest, ShowsThePresentTitleAndEachNewOne) {
+    EXPECT_TRUE(shows("First"));
+    media.setElement("tracks", "0xa", R"({"title":"Second"})");
+    EXPECT_TRUE(shows("Second"));
+}
+
+TEST_F(TrackDisplayTest, ShowsThatTheTrackWasRemoved) {
+    ASSERT_TRUE(shows("First"));
+    media.removeElement("tracks", "0xa");
+    EXPECT_TRUE(shows("(removed)"));
+}
+
+TEST_F(TrackDisplayTest, ShowsTheTitleAgainAfterAnOutage) {
+    ASSERT_TRUE(shows("First"));
+    media.stop();
+    ASSERT_TRUE(shows("(no Media)"));
+    media.start();
+    EXPECT_TRUE(shows("First"));
+}
+
+}  // namespace

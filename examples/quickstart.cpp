@@ -1,0 +1,123 @@
+// The main path of an application, against a simulated platform in this process: a service becomes available,
+// one of its resources is read and subscribed to, the service is restarted, the application stops.
+
+#include <Nubo/Client/ClientLib.h>
+#include <Nubo/Client/ServiceListener.h>
+#include <Nubo/Command/ResponseObject.h>
+#include <Nubo/Command/WebSocketResponseObject.h>
+#include <Nubo/Simulator/MessageSink.h>
+#include <Nubo/Simulator/Platform.h>
+
+#include <iostream>
+#include <stdexcept>
+
+using namespace Nubo::Client;
+using namespace std::chrono_literals;
+
+namespace {
+
+const std::string TRACK = "/Media/tracks/0xa";
+
+void say(const std::string& line) {
+    std::cout << line << std::endl;
+}
+
+void require(bool fulfilled, const std::string& what) {
+    if (!fulfilled) throw std::runtime_error(what);
+}
+
+std::string titleIn(const Poco::JSON::Object& message) {
+    return message.getObject(Nubo::Command::ResponseObject::FIELD_DATA)->getValue<std::string>("title");
+}
+
+std::string track(const std::string& title) {
+    return R"({"title":")" + title + R"("})";
+}
+
+/// One feature of the application: needs the service Media and follows one track. All of it runs on main's
+/// thread.
+class Player : public ServiceListener {
+public:
+    explicit Player(ClientLib& client) : ServiceListener(&client, 1) { addServiceToMonitor("Media", false); }
+    ~Player() override { shutdown(); }  // so that no way out of run() leaves it hooked on the client
+
+    void HandleMicroServicesAvailable(bool nowAvailable) override {
+        available = nowAvailable;
+        say(available ? "Media is available" : "Media is not available");
+    }
+
+    void HandleServiceHandlerNotification(
+        const ServiceHandler::ServiceHandlerNotificationData_t& data) override {
+        if (data.type != Nubo::Command::WebSocketResponseObject::TYPE_DATA) return;  // an error
+        title = titleIn(*data.container);
+        say("notification " + std::to_string(++notifications) + ": the title is \"" + title + "\"");
+    }
+
+    bool available = false;
+    std::string title;
+    int notifications = 0;
+};
+
+void run() {
+    Nubo::Simulator::Platform platform;
+    Nubo::Simulator::Service& media = platform.addService("Media");
+    media.setElement("tracks", "0xa", track("First"));
+    say("the platform runs: registry on port " + std::to_string(platform.registry().port()) +
+        ", Media on port " + std::to_string(media.port()));
+
+    ClientLib::ClientLibParameters parameters{};  // zero: no pings, no TCP keep-alive
+    parameters.useragent = "quickstart";
+    parameters.countConnectService_Retry = 3;
+    parameters.delayConnectService_Retry = 100;  // milliseconds
+
+    Nubo::Simulator::MessageSink sink;  // outlives the client, which outlives the listeners
+    ClientLib client(&sink, parameters);
+    client.startup();
+    client.addService(new ServiceHandler("Media", &client, &sink, 5000, true));
+    Player player(client);
+    player.startup();
+
+    // Runs the library's messages, and with them the player's callbacks, on this thread.
+    const auto comes = [&sink](auto condition) { return sink.dispatchUntil(condition, 3s); };
+    require(comes([&] { return player.available; }), "Media did not become available");
+
+    const auto answer = client.getResourceElement(TRACK);
+    require(answer, "cannot read " + TRACK);
+    say("read through the registry: the title is \"" + titleIn(*answer) + "\"");
+
+    const std::string subscription = player.addSubscription(TRACK, "", 0, "", false);
+    require(!subscription.empty(), "cannot subscribe to " + TRACK);
+    say("subscribed as " + subscription);
+    require(comes([&] { return player.title == "First"; }), "the present title did not come");
+    for (const std::string title : {"Second", "Third"}) {
+        media.setElement("tracks", "0xa", track(title));
+        require(comes([&] { return player.title == title; }), "no notification of the title " + title);
+    }
+
+    say("Media is stopped, its track changed, and Media started again");
+    media.stop();
+    require(comes([&] { return !player.available; }), "the loss of Media was not noticed");
+    media.setElement("tracks", "0xa", track("Fourth"));
+    media.start();
+    require(comes([&] { return player.available; }), "Media did not come back");
+    require(comes([&] { return player.title == "Fourth"; }), "the notifications did not come back");
+
+    player.shutdown();  // first the listeners,
+    client.shutdown();  // then the client: no thread of the library is left,
+    sink.dispatch();    // then the messages that are still there; they do nothing any more
+    say("stopped");
+}
+
+}  // namespace
+
+int main() {
+    try {
+        run();
+        return 0;
+    } catch (const Poco::Exception& e) {
+        std::cerr << "quickstart failed: " << e.displayText() << std::endl;
+    } catch (const std::exception& e) {
+        std::cerr << "quickstart failed: " << e.what() << std::endl;
+    }
+    return 1;
+}
