@@ -1,0 +1,480 @@
+// The connection manager against peers that behave and peers that do not, over real sockets. Timers are
+// reached by advancing the transport's clock.
+
+#include <Nubo/Net/MonotonicClock.h>
+#include <Nubo/Net/TransportLimits.h>
+#include <Nubo/Net/UpgradeSession.h>
+#include <Nubo/Net/WebSocketSender.h>
+#include <Nubo/Net/WebsocketConnectionManager.h>
+#include <Poco/Delegate.h>
+#include <Poco/Net/HTTPRequest.h>
+#include <Poco/Net/HTTPResponse.h>
+#include <Poco/Net/NetException.h>
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <condition_variable>
+#include <filesystem>
+#include <functional>
+#include <future>
+#include <map>
+#include <mutex>
+#include <optional>
+#include <thread>
+#include <vector>
+
+#include "Frames.h"
+#include "SocketPeer.h"
+
+using namespace std::chrono_literals;
+using Nubo::Net::MonotonicClock;
+using Nubo::Net::TransportLimits;
+using Nubo::Net::UpgradeSession;
+using Nubo::Net::WebsocketConnectionManager;
+using Nubo::Net::WebsocketDataEventPayload;
+using Nubo::Net::WebsocketEventPayload;
+using Nubo::Net::WebSocketProxy;
+using Poco::Net::WebSocket;
+using SocketPtr = Poco::SharedPtr<WebSocket>;
+using ManagerPtr = Poco::SharedPtr<WebsocketConnectionManager>;
+using Log = std::vector<std::string>;
+
+namespace {
+
+constexpr auto DEADLINE = 20s;
+
+template <typename Condition>
+bool eventually(const Condition& condition) {
+    const auto end = std::chrono::steady_clock::now() + DEADLINE;
+    while (!condition()) {
+        if (std::chrono::steady_clock::now() > end) return false;
+        std::this_thread::sleep_for(1ms);
+    }
+    return true;
+}
+
+std::ptrdiff_t entriesOf(const char* directory) {
+    return std::distance(std::filesystem::directory_iterator(directory), {});
+}
+
+SocketPtr open(unsigned short port, const ManagerPtr& manager, const std::string& host = "127.0.0.1") {
+    UpgradeSession session(host, port, manager);
+    Poco::Net::HTTPRequest request("GET", "/", "HTTP/1.1");
+    Poco::Net::HTTPResponse response;
+    return SocketPtr(new WebSocket(session, request, response));
+}
+
+/// Writes down the events of a manager, in order.
+class Recorder {
+public:
+    explicit Recorder(WebsocketConnectionManager& manager) : _manager(manager) {
+        _manager.DataAvailable += Poco::delegate(this, &Recorder::onData);
+        _manager.SocketClosed += Poco::delegate(this, &Recorder::onClosed);
+    }
+
+    std::function<void(const WebsocketDataEventPayload&)> onMessage;  // set before any message comes
+
+    /// The events of one socket (all of them for null), once there are `count`.
+    Log wait(std::size_t count, const SocketPtr& socket = nullptr) {
+        std::unique_lock<std::mutex> lock(_mutex);
+        EXPECT_TRUE(_changed.wait_for(lock, DEADLINE, [&] { return select(socket).size() >= count; }));
+        return select(socket);
+    }
+
+    MonotonicClock::TimePoint lastEvent(const SocketPtr& socket) {
+        const std::lock_guard<std::mutex> lock(_mutex);
+        return _lastEvents.at(socket->impl());
+    }
+
+    std::vector<WebsocketEventPayload> payloads() {
+        const std::lock_guard<std::mutex> lock(_mutex);
+        return _payloads;
+    }
+
+private:
+    void onData(const WebsocketDataEventPayload& payload) {
+        add(payload, (payload.flags == 0x81 ? "text " : "binary ") + payload.data);
+        if (onMessage) onMessage(payload);
+    }
+
+    void onClosed(const WebsocketEventPayload& payload) { add(payload, "closed " + payload.Reason); }
+
+    void add(const WebsocketEventPayload& payload, const std::string& line) {
+        const std::lock_guard<std::mutex> lock(_mutex);
+        _lastEvents[payload.webSocketProxy.webSocket->impl()] = MonotonicClock::now();
+        _payloads.push_back(payload);
+        _lines.push_back(line);
+        _changed.notify_all();
+    }
+
+    Log select(const SocketPtr& socket) const {
+        Log lines;
+        for (std::size_t i = 0; i < _lines.size(); ++i)
+            if (!socket || _payloads[i].webSocketProxy == *socket) lines.push_back(_lines[i]);
+        return lines;
+    }
+
+    WebsocketConnectionManager& _manager;
+    std::mutex _mutex;
+    std::condition_variable _changed;
+    std::map<const void*, MonotonicClock::TimePoint> _lastEvents;
+    std::vector<WebsocketEventPayload> _payloads;
+    Log _lines;
+};
+
+class ConnectionManager : public testing::Test {
+protected:
+    ~ConnectionManager() override { manager.reset(); }  // while the recorder lives, which hears of its end
+
+    struct Link {
+        SocketPtr socket;
+        SocketPeer peer;
+    };
+
+    /// Opens a WebSocket whose peer sends `behind` in the same packet as its answer; not added yet.
+    Link connect(const std::string& behind = "") {
+        auto opening = std::async(std::launch::async, [this] { return open(listener.port(), manager); });
+        std::string key;
+        SocketPeer peer = listener.accept(key);
+        peer.send(SocketListener::answer(key) + behind);
+        return {opening.get(), std::move(peer)};
+    }
+
+    Link add(const std::string& behind = "", long silence = 0) {
+        Link link = connect(behind);
+        manager->addConnection(link.socket, silence);
+        return link;
+    }
+
+    /// Returns when the manager has taken everything that the peer has sent so far.
+    void sync(Link& link) {
+        const std::size_t before = recorder.wait(0, link.socket).size();
+        link.peer.send(frames::text("sync"));
+        recorder.wait(before + 1, link.socket);
+    }
+
+    static bool isClosed(const SocketPtr& socket) { return socket->impl()->sockfd() == POCO_INVALID_SOCKET; }
+
+    SocketListener listener{4096};  // small, so that a peer that does not read is felt soon
+    ManagerPtr manager{new WebsocketConnectionManager};
+    Recorder recorder{*manager};
+};
+
+TEST_F(ConnectionManager, FramesBehindTheUpgradeAnswerAreDelivered) {
+    Link link = add(frames::text("one") + frames::frame(0x82, "two") + frames::header(0x81, 5) + "th");
+    EXPECT_EQ(recorder.wait(2), (Log{"text one", "binary two"}));
+    link.peer.send("ree");
+    EXPECT_EQ(recorder.wait(3).back(), "text three");
+}
+
+TEST_F(ConnectionManager, HalfAFrameHoldsUpNobodyElse) {
+    Link slow = add(frames::text("half").substr(0, 3));
+    Link other = add();
+    other.peer.send(frames::text("prompt"));
+    EXPECT_EQ(recorder.wait(1), Log{"text prompt"});
+    slow.peer.send(frames::text("half").substr(3));
+    EXPECT_EQ(recorder.wait(1, slow.socket), Log{"text half"});
+}
+
+TEST_F(ConnectionManager, AddingRefusesWhatIsNoOpenSocketAndIgnoresASecondTime) {
+    SocketPtr null;
+    EXPECT_THROW(manager->addConnection(null, 0), Poco::NullPointerException);
+    Link link = connect();
+    link.socket->close();
+    EXPECT_THROW(manager->addConnection(link.socket, 0), Poco::Net::InvalidSocketException);
+    Link twice = add();
+    manager->addConnection(twice.socket, 0);
+    sync(twice);
+    EXPECT_EQ(recorder.wait(1).size(), 1U);
+}
+
+// Every way in which a peer ends a connection: what it does, the Reason, the close frame it is sent before
+// that.
+struct Ending {
+    const char* name;
+    std::string stream;
+    void (SocketPeer::*act)();
+    std::string reason;
+    std::optional<std::string> closePayload;
+};
+
+class EndedByPeer : public ConnectionManager, public testing::WithParamInterface<Ending> {};
+
+TEST_P(EndedByPeer, OneClosedEventAfterTheLastData) {
+    const Ending& ending = GetParam();
+    Link link = add();
+    sync(link);
+    link.peer.send(frames::text("last") + ending.stream + frames::text("ignored"));
+    recorder.wait(2);
+    if (ending.closePayload) {
+        const SocketPeer::Frame answer = link.peer.receive();
+        EXPECT_EQ(answer.first, 0x88U);
+        EXPECT_EQ(answer.payload, *ending.closePayload);
+        EXPECT_TRUE(link.peer.atEnd());
+    }
+    if (ending.act != nullptr) (link.peer.*ending.act)();
+    Log expected{"text sync", "text last", "closed " + ending.reason};
+    if (!ending.closePayload) expected.insert(expected.begin() + 2, "text ignored");
+    EXPECT_EQ(recorder.wait(expected.size()), expected);
+    link.peer.close();
+    EXPECT_TRUE(eventually([&] { return isClosed(link.socket); }));
+    manager.reset();
+    EXPECT_EQ(recorder.wait(expected.size()).size(), expected.size())
+        << "nothing comes after the closed event";
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    Endings, EndedByPeer,
+    testing::Values(
+        Ending{"Close", frames::closing(1001, "bye"), nullptr, "closed by peer (1001 going away)",
+               frames::number(1001, 2)},
+        Ending{"PrivateCode", frames::closing(4711), nullptr, "closed by peer (4711)",
+               frames::number(4711, 2)},
+        Ending{"CloseWithoutCode", frames::frame(0x88), nullptr, "closed by peer (no status)", ""},
+        Ending{"ReservedBit", "\xC1", nullptr, "protocol error: reserved bit set", frames::number(1002, 2)},
+        Ending{"BadText", frames::text("\xFF"), nullptr, "protocol error: text is not UTF-8",
+               frames::number(1007, 2)},
+        Ending{"TooBig", frames::header(0x81, TransportLimits::MAX_MESSAGE_BYTES + 1), nullptr,
+               "message too big", frames::number(1009, 2)},
+        Ending{"EndOfStream", "", &SocketPeer::close, "end of stream", std::nullopt},
+        Ending{"Reset", "", &SocketPeer::reset, "connection reset by peer", std::nullopt}),
+    [](const auto& row) { return row.param.name; });
+
+TEST_F(ConnectionManager, EveryPingIsAnsweredWhileThePeerReads) {
+    Link link = add(frames::ping("0"));
+    std::string burst;
+    for (int i = 1; i < 10; ++i) burst += frames::ping(std::to_string(i));
+    link.peer.send(burst);
+    for (int i = 0; i < 10; ++i) {
+        const SocketPeer::Frame pong = link.peer.receive();
+        EXPECT_EQ(pong.first, 0x8AU);
+        EXPECT_EQ(pong.payload, std::to_string(i));
+    }
+}
+
+TEST_F(ConnectionManager, OfAFloodOfPingsTheLatestIsAnswered) {
+    Link link = add();
+    std::string burst;
+    for (int i = 0; i < 1000; ++i) burst += frames::ping(std::string(125, 'p'));
+    int sent = 0;
+    for (; sent < 120000; sent += 1000) link.peer.send(burst);
+    link.peer.send(frames::ping("last"));
+    sync(link);
+    int answers = 1;
+    while (link.peer.receive().payload != "last") ++answers;
+    EXPECT_LT(answers, sent) << "some had no room";
+}
+
+TEST_F(ConnectionManager, SilenceIsBrokenByAPingAndEndsTheConnectionWhenItGoesOn) {
+    Link link = add("", 5000);
+    sync(link);
+    for (int i = 0; i < 3; ++i) {
+        MonotonicClock::advance(5s);
+        EXPECT_EQ(link.peer.receive().first, 0x89U);
+        link.peer.send(frames::pong());
+        sync(link);
+    }
+    MonotonicClock::advance(5s);
+    EXPECT_EQ(link.peer.receive().first, 0x89U);
+    MonotonicClock::advance(5s);
+    EXPECT_EQ(recorder.wait(5).back(), "closed no pong within 5000 ms");
+    EXPECT_EQ(link.peer.receive().payload, frames::number(1000, 2));
+}
+
+TEST_F(ConnectionManager, AFrameThatStallsEndsTheConnection) {
+    Link link = add(frames::text("whole") + frames::header(0x81, 10) + "ha");
+    recorder.wait(1);
+    MonotonicClock::advance(TransportLimits::FRAME_STALL);
+    EXPECT_EQ(recorder.wait(2), (Log{"text whole", "closed frame stalled"}));
+    EXPECT_EQ(link.peer.receive().payload, frames::number(1000, 2));
+}
+
+TEST_F(ConnectionManager, RemovedConnectionsGetACloseFrameAndNoEvent) {
+    Link removed = add();
+    Link proxied = add();
+    Link forgotten = add();
+    for (Link* link : {&removed, &proxied, &forgotten}) sync(*link);
+    manager->removeConnection(removed.socket);
+    WebSocketProxy(proxied.socket, manager.get()).shutdown();
+    manager->removeConnection(forgotten.socket, WebsocketConnectionManager::ONLY_REMOVE_WEBSOCKET_DATA);
+    for (Link* link : {&removed, &proxied}) {
+        EXPECT_EQ(link->peer.receive().payload, frames::number(1000, 2));
+        EXPECT_TRUE(link->peer.atEnd());
+        EXPECT_THROW(Nubo::Net::sendFrame(*link->socket, "late", WebSocket::FRAME_TEXT), Poco::Exception);
+        link->peer.close();
+        EXPECT_TRUE(eventually([&] { return isClosed(link->socket); }));
+    }
+    manager->removeConnection(removed.socket);
+    manager->removeConnection(nullptr);
+    manager.reset();
+    EXPECT_EQ(recorder.wait(3), (Log{"text sync", "text sync", "text sync"}));
+    Nubo::Net::sendFrame(*forgotten.socket, "still open", WebSocket::FRAME_TEXT);
+    EXPECT_EQ(forgotten.peer.receive().payload, "still open");
+}
+
+TEST_F(ConnectionManager, DelegatesMaySendAddRemoveAndThrow) {
+    Link first = connect(frames::text("add") + frames::text("remove") + frames::text("never"));
+    Link second = connect(frames::text("echo"));
+    recorder.onMessage = [&](const WebsocketDataEventPayload& payload) {
+        if (payload.data == "add") manager->addConnection(second.socket, 0);
+        if (payload.data == "remove") manager->removeConnection(first.socket);
+        if (payload.data == "echo") payload.webSocketProxy.write("echoed");
+        throw std::runtime_error("thrown by a delegate");
+    };
+    manager->addConnection(first.socket, 0);
+    EXPECT_EQ(second.peer.receive().payload, "echoed");
+    EXPECT_EQ(first.peer.receive().payload, frames::number(1000, 2));
+    EXPECT_EQ(recorder.wait(2, first.socket), (Log{"text add", "text remove"}));
+}
+
+TEST_F(ConnectionManager, FramesOfSendersAndManagerNeverMix) {
+    constexpr int TEXTS = 40;
+    constexpr int PINGS = 50;
+    const auto message = [](int i) { return std::string(256 * 1024, static_cast<char>('a' + i % 26)); };
+    Link link = add();
+    auto sending = std::async(std::launch::async, [&] {
+        for (int i = 0; i < TEXTS; ++i) Nubo::Net::sendFrame(*link.socket, message(i), WebSocket::FRAME_TEXT);
+    });
+    link.peer.awaitData();
+    for (int i = 0; i < PINGS; ++i) link.peer.send(frames::ping(std::to_string(i)));
+    sync(link);
+    for (int texts = 0, pongs = 0; texts < TEXTS || pongs < PINGS;) {
+        const SocketPeer::Frame frame = link.peer.receive();
+        ASSERT_TRUE(frame.first == 0x81 || frame.first == 0x8A);
+        ASSERT_EQ(frame.payload, frame.first == 0x81 ? message(texts++) : std::to_string(pongs++));
+    }
+    sending.get();
+}
+
+class StalledSend : public ConnectionManager, public testing::WithParamInterface<bool> {};
+
+// The peer reads nothing: no progress for five seconds. The peer reads a little: ten seconds in all.
+TEST_P(StalledSend, IsEndedByTheManager) {
+    const bool peerReads = GetParam();
+    std::future<void> sending;  // goes after its peer, which ends it in any case
+    Link other = add();
+    Link link = add();
+    sending = std::async(std::launch::async, [socket = link.socket]() mutable {
+        Nubo::Net::sendFrame(*socket, std::string(8'000'000, 'x'), WebSocket::FRAME_TEXT);
+    });
+    link.peer.awaitData();
+    const auto start = MonotonicClock::now();
+    while (recorder.wait(0, link.socket).empty() && MonotonicClock::now() - start < 60s) {
+        if (peerReads) link.peer.readALittle();
+        sending.wait_for(50ms);  // the systems' buffers fill
+        MonotonicClock::advance(500ms);
+        sync(other);
+        sync(other);  // the turn in which the first one came is over
+    }
+    EXPECT_EQ(recorder.wait(1, link.socket), Log{"closed send stalled"});
+    EXPECT_EQ(recorder.lastEvent(link.socket) - start > 9s, peerReads);
+    ASSERT_EQ(sending.wait_for(DEADLINE), std::future_status::ready);
+    EXPECT_THROW(sending.get(), Poco::TimeoutException);
+    EXPECT_TRUE(eventually([&] { return isClosed(link.socket); }));
+}
+
+INSTANTIATE_TEST_SUITE_P(Peer, StalledSend, testing::Bool(),
+                         [](const auto& row) { return row.param ? "ReadsALittle" : "ReadsNothing"; });
+
+TEST_F(ConnectionManager, TheOwnersCloseEndsWithThePeersAnswerOrWithoutIt) {
+    Link answered = add();
+    Link silent = add();
+    for (Link* link : {&answered, &silent}) {
+        Nubo::Net::sendClose(*link->socket);
+        Nubo::Net::sendClose(*link->socket);
+        EXPECT_EQ(link->peer.receive().payload, frames::number(1000, 2));
+    }
+    answered.peer.send(frames::closing(1000));
+    EXPECT_EQ(recorder.wait(1, answered.socket),
+              Log{"closed closed by this side, answered by peer (1000 normal closure)"});
+    const SocketPtr socket = silent.socket;
+    EXPECT_TRUE(eventually([&] {
+        MonotonicClock::advance(TransportLimits::CLOSE_LINGER);
+        return isClosed(socket);
+    }));
+    EXPECT_EQ(recorder.wait(1, socket), Log{"closed closed by this side, no answer within 1000 ms"});
+    EXPECT_TRUE(silent.peer.atEnd());
+}
+
+TEST_F(ConnectionManager, AConnectionWithoutOwnerIsGivenUp) {
+    Link link = add();
+    sync(link);
+    link.socket.reset();
+    MonotonicClock::advance(TransportLimits::OWNER_CHECK);
+    EXPECT_EQ(link.peer.receive().payload, frames::number(1000, 2));
+    link.peer.close();
+    EXPECT_EQ(recorder.wait(2).back(), "closed closed by this side, end of stream");
+}
+
+TEST_F(ConnectionManager, ItsEndIsReportedAndPayloadsOutliveIt) {
+    Link link = add();
+    sync(link);
+    manager.reset();
+    EXPECT_EQ(recorder.wait(2), (Log{"text sync", "closed connection manager stopped"}));
+    EXPECT_EQ(link.peer.receive().payload, frames::number(1000, 2));
+    const WebsocketEventPayload kept = recorder.payloads().back();
+    EXPECT_EQ(kept.webSocketProxy.peerAddress().port(), listener.port());
+    kept.webSocketProxy.shutdown();
+    EXPECT_THROW(kept.webSocketProxy.write("late"), Poco::Exception);
+}
+
+struct Refusal {
+    const char* name;
+    std::string answer;
+    std::string text;
+};
+
+class Upgrade : public ConnectionManager, public testing::WithParamInterface<Refusal> {};
+
+TEST_P(Upgrade, FailureNamesItsCauseAndLeavesNoDescriptor) {
+    const auto before = entriesOf("/proc/self/fd");
+    auto opening = std::async(std::launch::async, [this] { return open(listener.port(), manager); });
+    std::string key;
+    SocketPeer peer = listener.accept(key);
+    peer.send(GetParam().answer);
+    const bool drips = GetParam().text.find("in time") != std::string::npos;
+    if (drips)
+        MonotonicClock::advance(TransportLimits::UPGRADE);
+    else
+        peer.close();
+    EXPECT_EQ(opening.wait_for(DEADLINE), std::future_status::ready);
+    try {
+        opening.get();
+        ADD_FAILURE() << "opened";
+    } catch (const Poco::Exception& e) {
+        EXPECT_NE(e.displayText().find(GetParam().text), std::string::npos) << e.displayText();
+    }
+    peer.close();
+    EXPECT_EQ(entriesOf("/proc/self/fd"), before);
+}
+
+INSTANTIATE_TEST_SUITE_P(Answers, Upgrade,
+                         testing::Values(Refusal{"Drips", "HTTP/1.1 10", "not finished in time"},
+                                         Refusal{"Unauthorized", "HTTP/1.1 401 No\r\n\r\n", "Not authorized"},
+                                         Refusal{"NotFound", "HTTP/1.1 404 Not Found\r\n\r\n", "Not Found"},
+                                         Refusal{"Redirected", "HTTP/1.1 302 Elsewhere\r\n\r\n", "Elsewhere"},
+                                         Refusal{"Plain", "HTTP/1.1 200 OK\r\n\r\n", "does not understand"},
+                                         Refusal{"Cut", "", "No message received"},
+                                         Refusal{"Garbage", "\x01\x02\x03 nonsense\r\n\r\n",
+                                                 "Malformed message"}),
+                         [](const auto& row) { return row.param.name; });
+
+TEST_F(ConnectionManager, ABracketedAddressIsTakenWithoutItsBrackets) {
+    EXPECT_EQ(UpgradeSession("[::1]", 80, nullptr).getHost(), "::1");
+    EXPECT_EQ(UpgradeSession("::1", 80, nullptr).getHost(), "::1");
+}
+
+TEST_F(ConnectionManager, ManyConnectionsLeaveNothingBehind) {
+    const auto threads = entriesOf("/proc/self/task");
+    const auto descriptors = entriesOf("/proc/self/fd");
+    for (int i = 0; i < 600; ++i) {
+        Link link = add(i % 3 == 0 ? frames::closing(1000) : "", 1000);
+        if (i % 3 == 1) manager->removeConnection(link.socket);
+        if (i % 3 == 2) Nubo::Net::sendClose(*link.socket);
+    }
+    EXPECT_TRUE(eventually([&] { return entriesOf("/proc/self/fd") == descriptors; }));
+    EXPECT_EQ(entriesOf("/proc/self/task"), threads);
+    EXPECT_EQ(recorder.wait(400).size(), 400U) << "one event for each that was not removed";
+}
+
+}  // namespace

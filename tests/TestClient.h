@@ -1,0 +1,48 @@
+#ifndef TESTS_TESTCLIENT_H
+#define TESTS_TESTCLIENT_H
+
+#include <Nubo/Client/ClientLib.h>
+#include <Nubo/Simulator/MessageSink.h>
+#include <Nubo/Simulator/Platform.h>
+#include <gtest/gtest.h>
+
+#include <chrono>
+#include <functional>
+
+#include "LogCapture.h"
+
+/// A simulated platform with the service "Media", and a client whose caller's thread is the test's.
+class ClientTest : public testing::Test {
+protected:
+    static constexpr std::chrono::seconds DEADLINE{30};
+
+    ClientTest() { media.setElement("tracks", "1", R"({"title":"none"})"); }
+
+    /// Short delays, so that the reconnect threads need no patience.
+    static Nubo::Client::ClientLib::ClientLibParameters parameters() {
+        return {"test", 5000, false, 3, 10, 5, 3, 60, 10, 4, 1};
+    }
+    Nubo::Client::ServiceHandler::Ptr add(const std::string& name = "Media", bool autoReconnect = true) {
+        return lib.addService(new Nubo::Client::ServiceHandler(name, &lib, &sink, 5000, autoReconnect));
+    }
+    /// Starts the client and waits until "Media" is available.
+    Nubo::Client::ServiceHandler::Ptr connect(bool autoReconnect = true) {
+        lib.startup();
+        const auto handler = add("Media", autoReconnect);
+        EXPECT_TRUE(eventually([&] { return handler->isAvailable(); }));
+        return handler;
+    }
+    /// Runs messages until `condition` holds.
+    testing::AssertionResult eventually(const std::function<bool()>& condition) {
+        if (sink.dispatchUntil(condition, DEADLINE)) return testing::AssertionSuccess();
+        return testing::AssertionFailure() << "not within the deadline";
+    }
+
+    LogCapture log;
+    Nubo::Simulator::Platform platform;
+    Nubo::Simulator::Service& media = platform.addService("Media");
+    Nubo::Simulator::MessageSink sink;
+    Nubo::Client::ClientLib lib{&sink, parameters()};
+};
+
+#endif
