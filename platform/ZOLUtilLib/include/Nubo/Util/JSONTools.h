@@ -11,9 +11,9 @@ class ZOL_EXPORT JSONTools {
 public:
     JSONTools() = delete;
 
-    /// A deep copy of `object`, the same as writing it as text and parsing that text again; null for null. The
-    /// copy shares nothing with the original. Throws a Poco::Exception when that text does not parse (a value
-    /// that JSON cannot carry such as NaN, or nesting beyond the parser's 128 levels).
+    /// A deep copy of `object`, the same as writing it as text and parsing that text again; null for null.
+    /// The copy shares nothing with the original. Throws a Poco::Exception when that text does not parse (a
+    /// value that JSON cannot carry such as NaN, or nesting beyond the parser's 128 levels).
     ///
     /// Does not block. No other thread may use `object` meanwhile: POCO's stringify writes into nested
     /// objects.
