@@ -68,6 +68,8 @@ TEST_F(ReconnectTest, StopsAtOnceAndStartsAgain) {
         const int before = lib.attempts;
         handler->setReconnectParameters(4, 60000);
         registerUnreachable();
+        handler->handle(R"({"type":"data","event":"/#1-Media","data":)"  // which is nothing new
+                        R"([{"name":"Media","uri":"http://10.0.0.5/","port":80}]})");
         for (int i = 0; i < 2; ++i) EXPECT_TRUE(handler->stopReconnectThread());
         EXPECT_EQ(before + 1, lib.attempts);  // the caller's own; the thread was waiting
         handler->setReconnectParameters(4, 1);
@@ -146,6 +148,7 @@ TEST_F(ReconnectTest, LossIsNotMissedByAThreadAboutToEnd) {
     EXPECT_FALSE(handler->isAvailable());
     go.set_value();
     EXPECT_TRUE(eventually([&] { return handler->isAvailable() && log.count(OPENED) == 2; }));
+    handler = nullptr;  // before its sink
 }
 
 TEST_F(ReconnectTest, ConnectionClosedBeforeItWasListenedToCountsAsFailed) {
@@ -318,10 +321,11 @@ TEST_F(RecoveryTest, ServiceRestartsOnItsPort) {
     };
     media.stop();
     ASSERT_TRUE(becomes({false}));
-    const std::string late = handler->addSubscription("/Media/tracks", "", false);
     handler->removeSubscription(added);
     handler->removeSubscription(first);
     media.start();
+    ASSERT_TRUE(log.waitFor(DONE));  // connected, but not yet announced
+    const std::string late = handler->addSubscription("/Media/tracks", "", false);
     ASSERT_TRUE(becomes({false, true}));
     expectWorks({first, late, inCallback}, {further, late});
     EXPECT_THAT(announced->states, ElementsAre(false, true));

@@ -120,8 +120,11 @@ TEST_F(ServiceHandlerTest, AvailableWithAddressAndConnection) {
     handler->start();
     handler->setNewServiceAddress("10.0.0.7", 82);
     EXPECT_THAT(announced.states, ElementsAre(true, false, true));
+    auto worker = handler->getWebSocket();  // as a handler that remembers the registry's would
+    log.clear();
     for (int i = 0; i < 2; ++i) EXPECT_TRUE(handler->destroyWebsocket());  // also without one
     EXPECT_FALSE(handler->isAvailable());
+    EXPECT_EQ(1U, count("Warning: bool Nubo::Client::WebSocketRequestHandler::shutdown(): "));  // no socket
 }
 
 TEST_F(ServiceHandlerTest, AnnouncementSurvivesThrowingDelegates) {

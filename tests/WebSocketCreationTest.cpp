@@ -114,13 +114,17 @@ TEST_F(WebSocketCreationTest, ADestroyedWorkerIsForgottenButNotStopped) {
 TEST_F(WebSocketCreationTest, AWorkerThatShutDownDoesNotHideTheOthers) {
     startup();
     auto dead = create(peer);
+    auto alsoDead = create(peer);
     auto live = create(peer);
     events.listen(*live);
     EXPECT_TRUE(dead->shutdown());
-    peer.send(1, text("{}"));
+    EXPECT_TRUE(alsoDead->shutdown());
+    peer.send(2, text("{}"));
     EXPECT_TRUE(events.waitFor({"data {}"}));
-    client.destroyWebsocket(dead);  // takes the dead one, not the other
-    peer.send(1, CLOSING);
+    client.destroyWebsocket(alsoDead);  // takes that one, though both have no socket to tell them apart
+    EXPECT_EQ(1, alsoDead.referenceCount());
+    EXPECT_EQ(2, dead.referenceCount());
+    peer.send(2, CLOSING);
     EXPECT_TRUE(events.waitFor({"data {}", GOING_AWAY}));
 }
 

@@ -41,11 +41,8 @@ ClientLib::~ClientLib() {
 
 void ClientLib::startup() {
     m_disposing = false;
-    Poco::SharedPtr<WebsocketConnectionManager> manager(new WebsocketConnectionManager);
-    {
-        Nubo::Util::MutexLock lock(_mutexManager);
-        _wsConnectionManager = manager;
-    }
+    exchangeConnectionManager(new WebsocketConnectionManager);
+    auto manager = connectionManager();
     _wsOjectSplitter = new WebsocketDataObjectSplitter;
     _wsOjectSplitter->ObjectAvailable += Poco::delegate(this, &ClientLib::DataAvailableHandler);
     manager->DataAvailable +=
@@ -61,6 +58,7 @@ void ClientLib::shutdown() {
     for (auto& handler : handlers()) {
         if (handler) handler->shutdown();
     }
+    for (auto& handler : _replacedHandlers) handler->shutdown();
     if (_srServiceHandler) {  // null when a startup() after shutdown() has failed
         _srServiceHandler->shutdown();
         _srServiceHandler->MicroServiceRegistrationChanged -=
@@ -68,13 +66,14 @@ void ClientLib::shutdown() {
         _srServiceHandler = nullptr;
     }
     closeConnections();
-    {
-        // Swapped out: the manager's destructor joins its thread, which must not happen under the lock.
-        Poco::SharedPtr<WebsocketConnectionManager> manager;
-        Nubo::Util::MutexLock lock(_mutexManager);
-        manager.swap(_wsConnectionManager);
-    }
+    exchangeConnectionManager(nullptr);
     _wsOjectSplitter = nullptr;
+}
+
+// The destructor of the earlier one joins its thread, which must not happen under the lock.
+void ClientLib::exchangeConnectionManager(Poco::SharedPtr<WebsocketConnectionManager> manager) {
+    Nubo::Util::MutexLock lock(_mutexManager);
+    manager.swap(_wsConnectionManager);
 }
 
 void ClientLib::unwireTransport() {
@@ -110,8 +109,11 @@ ServiceHandler::Ptr ClientLib::addService(ServiceHandler::Ptr handler) {
     ServiceHandler::Ptr& entry = _services[handler->getServiceName()];
     ServiceHandler::Ptr replaced = entry;
     entry = handler;
-    // Replaced from inside its own callback: it must survive until the callback has returned.
-    if (replaced && replaced->hasActivities()) _replacedHandlers.push_back(replaced);
+    // Replaced from inside its own callback: it must survive until that has returned, but hears nothing more.
+    if (replaced && replaced != handler && replaced->hasActivities()) {
+        replaced->leaveRegistryAndService();
+        _replacedHandlers.push_back(replaced);
+    }
     handler->setReconnectParameters(_params.countConnectService_Retry, _params.delayConnectService_Retry);
     handler->start();
     return handler;

@@ -37,7 +37,9 @@ Object::Ptr firstElement(const Object& list) {
     const auto data = list.getArray(Nubo::Command::ResponseObject::FIELD_DATA);
     Object::Ptr element = data ? data->getObject(0) : Object::Ptr();
     if (element) {
-        ZOL_LOG_INFO("findElementByName: returned " << element->getValue<std::string>(XObjectBase::KEY_URI));
+        const auto uri =
+            element->getValue<std::string>(XObjectBase::KEY_URI);  // must be there, logged or not
+        ZOL_LOG_INFO("findElementByName: returned " << uri);
     }
     return element;
 }

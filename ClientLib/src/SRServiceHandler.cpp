@@ -30,6 +30,10 @@ void SRServiceHandler::start() {
 void SRServiceHandler::shutdown() {
     try {
         while (!destroyWebsocket()) Poco::Thread::sleep(RETRY_INTERVAL_MS);
+    } catch (...) {
+        // The loss is announced in any case.
+    }
+    try {
         setNewServiceAddress("", 0);
         destroyWebsocket();  // one that the reconnect thread made before the address was gone
     } catch (...) {

@@ -106,6 +106,8 @@ void ServiceHandler::shutdown() {
         leaveRegistryAndService();
     } catch (const Poco::Exception& e) {
         ZOL_LOG_ERROR("ServiceHandler::shutdown - exception: " << e.displayText());
+    } catch (...) {
+        ZOL_LOG_ERROR("ServiceHandler::shutdown - unspecified exception");
     }
     ServiceAvailabilityChanged(false);
     MultiThreadingObject::shutdown();

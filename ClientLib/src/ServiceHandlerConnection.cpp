@@ -68,8 +68,11 @@ void ServiceHandler::announceAvailability() {
         const uint64_t generation = connection().generation;
         const bool replaced = _isSocketConnected && generation != _announcedGeneration;
         const bool unannounced = replaced && isAvailable() == _lastServiceAvailableValue;
-        _announcedGeneration = generation;
-        if (replaced) resubscribeAll();
+        if (replaced) {
+            // Only now: the reconnect thread may be between making a connection and calling it connected.
+            _announcedGeneration = generation;
+            resubscribeAll();
+        }
         RaiseMicroServiceRegistrationChanged(ServiceRegistrationEventData_t{this});
         if (unannounced) HandleConnectionReplaced();
     } catch (const Poco::Exception& e) {
@@ -83,16 +86,26 @@ void ServiceHandler::WebSocketOpenedHandlerSync() {
     MultiThreadingObjectLockGuard guard(this);
     if (!guard.tryEnter()) return;
     ZOL_LOG_INFO("WebSocketOpenedHandlerSync: reconnect msg received");
+    try {
+        checkReconnected();
+    } catch (const Poco::Exception& e) {
+        ZOL_LOG_ERROR("ServiceHandler::WebSocketOpenedHandlerSync - exception: " << e.displayText());
+    } catch (...) {
+        ZOL_LOG_ERROR("ServiceHandler::WebSocketOpenedHandlerSync - unspecified exception");
+    }
+    announceAvailability();
+}
+
+// What the reconnect thread made may be of no use any more when its message runs.
+void ServiceHandler::checkReconnected() {
     auto worker = getWebSocket();
     if (!isReconnectPossible()) {
-        destroyWebsocket();  // withdrawn while this message was on its way: nobody else would close it
+        destroyWebsocket();  // withdrawn while the message was on its way: nobody else would close it
     } else if (worker && worker->closeReported()) {
-        // Closed again meanwhile. The close message may have come first, when the service counted as lost
-        // still.
+        // The close message may have come first, when the service counted as lost still.
         destroyWebsocket();
         if (_autoReconnect) startReconnectThread();
     }
-    announceAvailability();
 }
 
 void ServiceHandler::WebSocketClosedHandlerSync(const Nubo::Net::WebsocketEventPayload& payload) {
@@ -117,11 +130,18 @@ void ServiceHandler::WebSocketClosedHandler(const Nubo::Net::WebsocketEventPaylo
     }
 }
 
-// From the call on the message is the sink's, accepted or not; without a sink it is refused here.
+// From the call on the message is the sink's, accepted or not; without a sink it is refused here. A sink that
+// throws, which it must not, has refused it: the exception would cost other handlers their call.
 bool ServiceHandler::post(Nubo::Util::DataMessageBase* message) {
-    if (_messageSyncInterface) return _messageSyncInterface->enqueueDataMessage(message);
-    message->release();
-    return false;
+    if (!_messageSyncInterface) {
+        message->release();
+        return false;
+    }
+    try {
+        return _messageSyncInterface->enqueueDataMessage(message);
+    } catch (...) {
+        return false;
+    }
 }
 
 // --- connecting and tearing down, under _socketMutex, on the caller's or the reconnect thread ---
@@ -178,6 +198,8 @@ bool ServiceHandler::destroyWebsocket() {
             nonNull(_clientLibInterface).destroyWebsocket(worker);
         } catch (const Poco::Exception& e) {
             ZOL_LOG_ERROR("ServiceHandler::destroyWebsocket - exception: " << e.displayText());
+        } catch (...) {
+            // It is given up in any case.
         }
         // Handlers that still remember this worker as the registry's keep it, and its socket, alive: close
         // it.
@@ -210,9 +232,10 @@ void ServiceHandler::startReconnectThread() {
 
 bool ServiceHandler::stopReconnectThread() {
     ZOL_LOG_DEBUG("stopReconnectThread");
-    _wait.set();
     {
         StateLock lock(_mutexReconnect);
+        if (_reconnectState == ReconnectState::RunAgain) _reconnectState = ReconnectState::Running;
+        _wait.set();
         if (_reconnectJoined) return true;
     }
     // Poco's own timed join is of no use here: once a thread object was joined, it no longer waits.
@@ -234,7 +257,7 @@ void ServiceHandler::endReconnectThread() {
 bool ServiceHandler::mayRunAgain() {
     StateLock lock(_mutexReconnect);
     const bool again = _reconnectState == ReconnectState::RunAgain && !_isSocketConnected &&
-                       !_reconnectStopped && !Disposing();
+                       isReconnectPossible() && !_reconnectStopped && !Disposing();
     _reconnectState = again ? ReconnectState::Running : ReconnectState::Idle;
     return again;
 }

@@ -112,6 +112,8 @@ void ServiceListener::startup() {
     } catch (const Poco::Exception& e) {
         ZOL_LOG_ERROR("ServiceListener::startup - ServiceListener " << _uniqueIdAsHexString
                                                                     << " - exception: " << e.displayText());
+    } catch (...) {
+        // Not started.
     }
 }
 

@@ -174,6 +174,7 @@ private:
                                                     long timeoutMs);
     Poco::SharedPtr<Nubo::Net::WebsocketConnectionManager> connectionManager() const;
     WebsocketRequestHandlerContainer::iterator findConnection(const Poco::Net::WebSocket& socket);
+    void exchangeConnectionManager(Poco::SharedPtr<Nubo::Net::WebsocketConnectionManager> manager);
     void unwireTransport();
     void closeConnections();
     void releaseReplacedHandlers();

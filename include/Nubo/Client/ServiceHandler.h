@@ -88,7 +88,7 @@ public:
         bool autosubscribe;  ///< as the first subscriber asked
     };
 
-    /// How many subscriptions there are of each resource.
+    /// How many subscriptions there are with each tag.
     using SubscCounterMapType = std::map<std::string, unsigned int>;
     /// The URIs of the subscribers of each resource, as they came.
     using SubscripersMapType = std::map<std::string, std::list<std::string>>;
@@ -188,7 +188,7 @@ protected:
     virtual void RaiseSocketDataAvailable(const ServiceHandlerNotificationData_t& data);
     /// Announces availability: the place for a subclass to intercept it. Caller's thread.
     virtual void RaiseMicroServiceRegistrationChanged(const ServiceRegistrationEventData_t& data);
-    /// Writes the Warning line that says whether the service is available. Caller's thread.
+    /// Writes the Info line that says whether the service is available. Caller's thread.
     virtual void LogServiceAvailability() const;
 
 public:
@@ -217,6 +217,7 @@ protected:
     /// @param currentUri, subscriptionId the caller's record, updated; an empty `newUri` only unsubscribes
     void RefreshSubscription(std::string& currentUri, std::string& subscriptionId, const std::string& newUri);
     /// Splits the fragment "id-first-second" of a URI; both are empty when it has no dash.
+    /// @throws Poco::SyntaxException when `uri` is no URI
     void parseUriFragments(const std::string& uri, std::string& first, std::string& second);
     /// Takes the delegates off the connection and gives it back to the ClientLib. Any thread.
     /// @return true
@@ -227,6 +228,9 @@ protected:
     void endReconnectThread();
 
 private:
+    friend class ClientLib;  // a handler that is replaced inside its own callback leaves its connections at
+                             // once
+
     struct ServiceAddress_t {
         std::string host;
         int port;
@@ -251,6 +255,7 @@ private:
     void ServiceAvailabilityChanged(bool available);
     void tearDownConnection();
     void announceAvailability();
+    void checkReconnected();
     bool reconnectServiceSocket();
     bool connectToService();
     void startReconnectThread();
