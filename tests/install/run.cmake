@@ -5,6 +5,7 @@
 #   shared: the build in BUILD_DIR, moved to another place after it was installed
 #   static: a build of its own with BUILD_SHARED_LIBS=OFF
 #   seam:   a build of its own on messaging libraries that are installed elsewhere, in place of those in platform/
+cmake_minimum_required(VERSION 3.22)
 set(prefix ${WORK_DIR}/prefix)
 set(user ${CMAKE_CURRENT_LIST_DIR})
 
@@ -64,14 +65,15 @@ function(install_stand_in unit)
 endfunction()
 
 file(REMOVE_RECURSE ${WORK_DIR})
-if(TEST STREQUAL shared)
+if("${TEST}" STREQUAL shared)
   install_from(${BUILD_DIR} ${WORK_DIR}/first)
   file(RENAME ${WORK_DIR}/first ${prefix})
-elseif(TEST STREQUAL static)
+elseif("${TEST}" STREQUAL static)
   build_project(TARGETS ZOLClientLib OPTIONS -D BUILD_SHARED_LIBS=OFF)
   install_from(${WORK_DIR}/build ${prefix})
-elseif(TEST STREQUAL seam)
-  set(unit ${WORK_DIR}/unit)
+elseif("${TEST}" STREQUAL seam)
+  # Outside of the project's folder, as on a unit: CMake exports no include folder from inside of it.
+  execute_process(COMMAND mktemp -d OUTPUT_VARIABLE unit OUTPUT_STRIP_TRAILING_WHITESPACE COMMAND_ERROR_IS_FATAL ANY)
   install_stand_in(${unit})
   file(GLOB_RECURSE libraries ${unit}/*.so)
   list(LENGTH libraries count)
@@ -92,3 +94,6 @@ elseif(TEST STREQUAL seam)
 endif()
 use_by_cmake()
 use_by_pkg_config()
+if(unit)
+  file(REMOVE_RECURSE ${unit})
+endif()
