@@ -577,8 +577,11 @@ TEST_F(ServiceHandlerWireTest, ClientObjectsLifecycle) {
     }
     lib.startup();
     ASSERT_TRUE(eventually([&] { return early->isAvailable(); }));
+    auto own = lib.createNewWebsocket("Media", media.address(), media.port(), 0);  // the application's
+    EXPECT_EQ(2U, media.openSockets());
     lib.shutdown();
     EXPECT_FALSE(early->isAvailable());
+    EXPECT_TRUE(platform.waitFor([&] { return media.openSockets() == 0; }, DEADLINE));
     log.clear();
     lib.shutdown();
     EXPECT_THAT(log.lines(), IsEmpty());

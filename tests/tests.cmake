@@ -14,7 +14,7 @@ target_sources(FrameDecoderTest PRIVATE ${transport}/FrameDecoder.cpp ${transpor
 target_include_directories(FrameDecoderTest PRIVATE ${transport})
 zol_add_test(ConnectionManagerTest)
 zol_add_test(ServiceListenerTest)
-foreach(test ProgramsTest)
+foreach(test ProgramsTest GuideTest)
   zol_add_test(${test} REGISTRY)
   target_compile_definitions(${test} PRIVATE ZOL_SOURCE_DIR="${PROJECT_SOURCE_DIR}")
   add_dependencies(${test} zolctl zol-platform)

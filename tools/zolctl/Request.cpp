@@ -20,6 +20,9 @@ using Poco::Net::HTTPResponse;
 
 namespace {
 
+constexpr uint8_t RETRIES = 4;
+constexpr uint32_t RETRY_AFTER_MS = 500;
+
 const char* const KEY_MESSAGE = "message";
 const std::string FUNCTION = "sendRequest: ";  // as it stands in front of the library's lines
 
@@ -52,9 +55,9 @@ std::string causeOf(const HTTPResponse& response, const std::string& body) {
 ClientLib::ClientLibParameters clientParameters() {
     ClientLib::ClientLibParameters parameters{};
     parameters.useragent = "zolctl/" ZOL_VERSION;
-    parameters.timeoutBeforePingServiceRegistry = 5000;
-    parameters.countConnectService_Retry = 4;
-    parameters.delayConnectService_Retry = 500;
+    parameters.timeoutBeforePingServiceRegistry = PING_AFTER_MS;
+    parameters.countConnectService_Retry = RETRIES;
+    parameters.delayConnectService_Retry = RETRY_AFTER_MS;
     return parameters;
 }
 

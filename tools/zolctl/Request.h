@@ -8,6 +8,9 @@
 
 namespace ZolCtl {
 
+/// After how much silence the registry and the services are pinged.
+constexpr uint32_t PING_AFTER_MS = 5000;
+
 Nubo::Client::ClientLib::ClientLibParameters clientParameters();
 
 /// Path and query of what the user wrote: a path, its '/' in front or not, or a whole URL.

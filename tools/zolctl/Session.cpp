@@ -12,7 +12,6 @@ using Nubo::Client::ServiceHandler;
 namespace {
 
 constexpr std::chrono::hours ROUND{1};  // how long to wait at a time when there is no end
-constexpr uint32_t PING_AFTER_MS = 5000;
 
 /// Also tells of the recoveries that no listener hears of.
 class FollowedService : public ServiceHandler {

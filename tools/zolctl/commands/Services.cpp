@@ -27,9 +27,14 @@ namespace {
 /// What is registered: host and port, and URI, by name.
 using Records = std::map<std::string, std::pair<std::string, std::string>>;
 
-std::string addressOf(const std::string& uri, const std::string& port) {
-    const std::string host = Poco::URI(uri).getHost();
-    return (host.empty() ? Nubo::ServiceRegistryConnection::ADDRESS : host) + ":" + port;
+/// A service whose URI names no host runs beside the registry.
+std::string hostIn(const std::string& uri) {
+    try {
+        const std::string host = Poco::URI(uri).getHost();
+        return host.empty() ? Nubo::ServiceRegistryConnection::ADDRESS : host;
+    } catch (const Poco::SyntaxException&) {
+        return "?";
+    }
 }
 
 /// @throws Poco::Exception when it is no list of service records
@@ -39,7 +44,7 @@ Records recordsIn(const Poco::Dynamic::Var& list) {
         const auto& record = *entry.extract<Poco::JSON::Object::Ptr>();
         const auto uri = record.optValue<std::string>(XObjectBase::KEY_URI, "");
         const auto port = record.optValue<std::string>(ServiceBase::KEY_PORT, "");
-        records[record.getValue<std::string>(XObjectBase::KEY_NAME)] = {addressOf(uri, port), uri};
+        records[record.optValue<std::string>(XObjectBase::KEY_NAME, "?")] = {hostIn(uri) + ":" + port, uri};
     }
     return records;
 }
@@ -66,8 +71,7 @@ void showChange(const std::string& what, Output::Colour colour, const Records::v
 class RegistryWatcher : public SRServiceHandler {
 public:
     explicit RegistryWatcher(Session& session)
-        : SRServiceHandler(&session.client(), &session.sink(),
-                           clientParameters().timeoutBeforePingServiceRegistry) {
+        : SRServiceHandler(&session.client(), &session.sink(), PING_AFTER_MS) {
         start();
         if (!isAvailable()) Output::notice("waiting for the registry");
         addSubscription("/", "", false);
