@@ -21,11 +21,12 @@ const std::string OPENED = "Info: WebSocketOpenedHandlerSync: reconnect msg rece
 
 class ReconnectTest : public testing::Test {
 protected:
-    TestHandler::Ptr make(uint8_t count, uint32_t delayMs) {
-        TestHandler::Ptr made = new TestHandler("Media", &lib, &sink, 5000, true);
+    TestHandler::Ptr make(uint8_t count, uint32_t delayMs, IMessageSyncInterface& messages) {
+        TestHandler::Ptr made = new TestHandler("Media", &lib, &messages, 5000, true);
         made->setReconnectParameters(count, delayMs);
         return made;
     }
+    TestHandler::Ptr make(uint8_t count, uint32_t delayMs) { return make(count, delayMs, sink); }
     void registerUnreachable() {
         lib.refusing = true;
         handler->setNewServiceAddress("10.0.0.5", 80);
@@ -119,36 +120,54 @@ TEST_F(ReconnectTest, RefusedMessageCountsAsAFailedAttempt) {
     EXPECT_EQ(lib.connections - 1, lib.destroyed);
 }
 
+/// Holds up whoever posts the first message, when it is posted.
+struct GateSink : IMessageSyncInterface {
+    explicit GateSink(MessageSink& sink) : to(sink) {}
+    bool enqueueDataMessage(Nubo::Util::DataMessageBase* message) override {
+        const bool accepted = to.enqueueDataMessage(message);
+        if (!passed.exchange(true)) {
+            entered.set_value();
+            open.get_future().wait();
+        }
+        return accepted;
+    }
+    MessageSink& to;
+    std::atomic<bool> passed{false};
+    std::promise<void> entered, open;
+};
+
 // A connection that is lost while the thread which made it has not ended: that thread has to go on.
 TEST_F(ReconnectTest, LossIsNotMissedByAThreadAboutToEnd) {
-    struct : IMessageSyncInterface {
-        bool enqueueDataMessage(Nubo::Util::DataMessageBase* message) override {
-            const bool accepted = to->enqueueDataMessage(message);
-            if (onMessage) std::exchange(onMessage, nullptr)();
-            return accepted;
-        }
-        MessageSink* to;
-        std::function<void()> onMessage;
-    } gate;
-    gate.to = &sink;
-    handler = new TestHandler("Media", &lib, &gate, 5000, true);
-    handler->setReconnectParameters(4, 1);
-    std::promise<void> posted, go;
-    gate.onMessage = [&] {
-        posted.set_value();
-        go.get_future().wait();
-    };
+    GateSink gate(sink);
+    handler = make(4, 1, gate);
     registerUnreachable();
     lib.refusing = false;
-    posted.get_future().wait();
+    gate.entered.get_future().wait();
     auto worker = handler->getWebSocket();
     worker->socketClosedHandler(TestHandler::payload(""));
     while (!worker->closeReported()) std::this_thread::yield();
     sink.dispatch();
     EXPECT_FALSE(handler->isAvailable());
-    go.set_value();
+    gate.open.set_value();
     EXPECT_TRUE(eventually([&] { return handler->isAvailable() && log.count(OPENED) == 2; }));
     handler = nullptr;  // before its sink
+}
+
+TEST_F(ReconnectTest, DestructorOutlastsTheThread) {
+    GateSink gate(sink);
+    handler = make(4, 1, gate);
+    registerUnreachable();
+    lib.refusing = false;
+    gate.entered.get_future().wait();
+    log.clear();
+    auto end = std::async(std::launch::async, [&] { handler = nullptr; });
+    const auto joins = [&] { return log.count("Debug: stopReconnectThread"); };
+    for (int i = 0; i < 3000 && joins() < 2; ++i) end.wait_for(10ms);
+    EXPECT_GE(joins(), 2U);  // the first one has timed out
+    EXPECT_EQ(std::future_status::timeout, end.wait_for(0s));
+    gate.open.set_value();
+    end.get();
+    EXPECT_EQ(1U, log.count(DONE));
 }
 
 TEST_F(ReconnectTest, ConnectionClosedBeforeItWasListenedToCountsAsFailed) {
@@ -162,29 +181,23 @@ TEST_F(ReconnectTest, ConnectionClosedBeforeItWasListenedToCountsAsFailed) {
     EXPECT_EQ(1U, log.count("Debug: startReconnectThread"));
 }
 
-TEST_F(ReconnectTest, ShutdownAndDestructorOutlastAConnectUnderWay) {
-    for (const bool destroy : {false, true}) {
-        handler = make(4, 1);
-        lib.attempts = 0;
-        std::promise<void> entered, gate;
-        lib.onConnect = [&] {  // the second attempt is the thread's
-            if (lib.attempts != 2) return;
-            entered.set_value();
-            gate.get_future().wait();
-        };
-        registerUnreachable();
-        lib.refusing = false;
-        entered.get_future().wait();
-        auto end =
-            std::async(std::launch::async, [&] { destroy ? void(handler = nullptr) : handler->shutdown(); });
-        EXPECT_EQ(std::future_status::timeout, end.wait_for(50ms));
-        gate.set_value();
-        end.get();
-        if (destroy) continue;
-        EXPECT_TRUE(handler->stopReconnectThread());
-        sink.dispatch();
-        EXPECT_TRUE(handler->getWebSocket().isNull());
-    }
+TEST_F(ReconnectTest, ShutdownOutlastsAConnectUnderWay) {
+    std::promise<void> entered, gate;
+    lib.onConnect = [&] {
+        if (lib.attempts != 2) return;  // that one is the thread's
+        entered.set_value();
+        gate.get_future().wait();
+    };
+    registerUnreachable();
+    lib.refusing = false;
+    entered.get_future().wait();
+    auto end = std::async(std::launch::async, [&] { handler->shutdown(); });
+    EXPECT_EQ(std::future_status::timeout, end.wait_for(50ms));
+    gate.set_value();
+    end.get();
+    EXPECT_TRUE(handler->stopReconnectThread());
+    sink.dispatch();
+    EXPECT_TRUE(handler->getWebSocket().isNull());
 }
 
 // --- the whole client against the simulated platform ---
