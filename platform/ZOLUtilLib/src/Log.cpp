@@ -15,17 +15,11 @@ Poco::Logger* keptLogger() {
 
 }  // namespace
 
-Poco::Logger& Log::instance() {
-    static Poco::Logger* const logger = keptLogger();
-    return *logger;
-}
+std::atomic<Poco::Logger*> Log::_logger{nullptr};
 
 Poco::Logger& Log::Logger() {
-    return instance();
-}
-
-bool Log::IsLogLevelActive(Poco::Message::Priority priority) {
-    return instance().is(priority);
+    static Poco::Logger* const logger = _logger = keptLogger();
+    return *logger;
 }
 
 }  // namespace Logging
