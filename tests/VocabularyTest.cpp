@@ -14,6 +14,7 @@
 #include <sstream>
 
 #include "LogCapture.h"
+#include "UpdateClone.h"
 
 namespace {
 
@@ -197,6 +198,30 @@ TEST(JSONTools, CloneIsWhatWritingAndParsingGives) {
         const Object::Ptr byText = Poco::JSON::Parser().parse(written(*original)).extract<Object::Ptr>();
         EXPECT_EQ(shape(Nubo::Util::JSONTools::cloneJsonObject(original)), shape(byText)) << text;
     }
+}
+
+TEST(UpdateClone, GivesWhatAFreshCloneWouldBe) {
+    const std::vector<const char*> texts{
+        R"({"a":"x","b":{"c":1,"d":[1]},"e":null})",   R"({"a":"y","b":{"c":2,"d":[1]},"e":1.5})",
+        R"({"a":"x","b":{"c":1,"d":2},"e":true})",     R"({"a":"x","b":{"c":1.0,"d":-0.0},"e":0.0})",
+        R"({"a":1e300,"b":{"c":1,"d":0.0},"e":-0.0})", R"({"a":"x","b":{"c":1},"e":{"f":1}})",
+        R"({"a":"x","b":7,"e":18446744073709551615})", R"({"a":1,"b":{"c":"x\u0000y","d":2},"z":0})"};
+    for (const char* before : texts) {
+        for (const char* after : texts) {
+            Object::Ptr clone = Nubo::Util::JSONTools::cloneJsonObject(parsed(before));
+            const Object::Ptr object = parsed(after);
+            Nubo::Client::updateClone(clone, object);
+            EXPECT_EQ(shape(clone), shape(Nubo::Util::JSONTools::cloneJsonObject(object))) << before << after;
+            Nubo::Client::updateClone(clone, parsed(before));
+            EXPECT_EQ(shape(object), shape(parsed(after)));  // the clone shares nothing with it
+        }
+    }
+    Object::Ptr kept = Nubo::Util::JSONTools::cloneJsonObject(parsed(texts[0]));
+    const Object::Ptr elsewhere = kept;
+    Nubo::Client::updateClone(kept, parsed(texts[1]));
+    EXPECT_EQ(shape(elsewhere), shape(parsed(texts[0])));
+    EXPECT_ANY_THROW(Nubo::Client::updateClone(kept, parsed(R"({"a":"z","b":{"c":1,"d":[1]},"e":1e999})")));
+    EXPECT_EQ(shape(kept), shape(parsed(texts[1])));
 }
 
 struct SplitterRow {

@@ -1,5 +1,8 @@
 zol_add_test(LoggingTest)
 zol_add_test(VocabularyTest)
+set(client ${PROJECT_SOURCE_DIR}/ClientLib/src)
+target_sources(VocabularyTest PRIVATE ${client}/UpdateClone.cpp)  # not exported
+target_include_directories(VocabularyTest PRIVATE ${client})
 zol_add_test(ServiceHandlerTest REGISTRY)
 zol_add_test(ActivityGuardTest)
 zol_add_test(WorkerTest)

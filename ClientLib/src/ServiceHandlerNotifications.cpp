@@ -9,7 +9,6 @@
 #include <Nubo/Data/ServiceBase.h>
 #include <Nubo/Data/XObjectBase.h>
 #include <Nubo/ServiceRegistryConnection.h>
-#include <Nubo/Util/JSONTools.h>
 #include <Poco/Exception.h>
 #include <Poco/JSON/Array.h>
 #include <Poco/URI.h>
@@ -20,6 +19,7 @@
 #include "NotificationText.h"
 #include "NotifyEach.h"
 #include "ParsedPayload.h"
+#include "UpdateClone.h"
 
 namespace Nubo::Client {
 
@@ -142,7 +142,7 @@ void ServiceHandler::handleNotification(const Object::Ptr& data, const std::stri
     const auto value = resource != _resources.end()
                            ? resource->second.value
                            : _subscrUriValueMap.find(subscrUri.substr(0, subscrUri.find('#')));
-    if (value != _subscrUriValueMap.end()) value->second.Value = Nubo::Util::JSONTools::cloneJsonObject(data);
+    if (value != _subscrUriValueMap.end()) updateClone(value->second.Value, data);
     ServiceHandlerNotificationData_t notification{this, event, data, "", type};
     if (resource != _resources.end()) {
         notifySubscribers(*resource->second.subscribers, notification);
