@@ -4,6 +4,7 @@
 #include <Nubo/Net/WebsocketDataObjectSplitter.h>
 #include <Poco/Exception.h>
 
+#include <exception>
 #include <utility>
 
 #include "EventFragment.h"
@@ -23,6 +24,9 @@ void parse(ParsedText_t& parsed) {
 }
 
 thread_local ParsedPayload* innermost = nullptr;
+
+// What is held a little longer must not amount to much.
+constexpr std::size_t SMALL_TEXT = 2048;
 
 }  // namespace
 
@@ -45,8 +49,9 @@ std::vector<ParsedText_t> parseBlock(const std::string& block) {
     return result;
 }
 
-ParsedPayload::ParsedPayload(const Nubo::Net::WebsocketDataEventPayload& payload)
+ParsedPayload::ParsedPayload(const Nubo::Net::WebsocketDataEventPayload& payload, LastObjects* last)
     : _payload(payload),
+      _last(last),
       _outer(std::exchange(innermost, this)),
       _first(_outer != nullptr && &_outer->_payload == &payload ? _outer->_first : *this) {}
 
@@ -55,8 +60,16 @@ ParsedPayload::~ParsedPayload() {
 }
 
 const std::vector<ParsedText_t>& ParsedPayload::texts() {
-    if (!_first._texts) _first._texts = parseBlock(_payload.data);
+    if (!_first._texts) _first.parse();
     return *_first._texts;
+}
+
+void ParsedPayload::parse() {
+    _texts = parseBlock(_payload.data);
+    if (_last == nullptr) return;
+    for (const ParsedText_t& parsed : *_texts) {
+        if (parsed.text.size() <= SMALL_TEXT) _last->add(parsed.object);
+    }
 }
 
 }  // namespace Nubo::Client

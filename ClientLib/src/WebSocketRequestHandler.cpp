@@ -25,6 +25,10 @@ constexpr int STACK_SIZE = 256 * 1024;
 // How long data waits for the first delegate, and how often the thread looks for one meanwhile.
 constexpr std::chrono::seconds EARLY_GRACE{1};
 constexpr long EARLY_POLL_MS = 2;
+constexpr long SEND_LOCK_POLL_MS = 10;
+
+// Of each worker's thread, not of the worker: a delegate may destroy that.
+thread_local LastObjects lastObjects;
 }  // namespace
 
 // --- queue entries ---
@@ -113,7 +117,7 @@ void WebSocketRequestHandler::wakeThread() {
     _queue->enqueueNotification(new Poco::Notification);
 }
 
-// Held lock: _socketMutex. A thread that wants to send waits for it and then finds no socket.
+// Held lock: _socketMutex. A thread that wants to send gives up when it finds the lock taken.
 void WebSocketRequestHandler::joinThread() {
     if (Poco::Thread::current() != _threadObject.get()) _joined = _threadObject->tryJoin(JOIN_MS);
 }
@@ -161,6 +165,8 @@ WebSocketRequestHandler::Entry WebSocketRequestHandler::nextEntry() {
         _earlyEntries.pop_front();
         return entry;
     }
+    if (_queue->empty())
+        lastObjects.clear();  // a delivered notification leaves nothing on an idle connection
     Poco::AutoPtr<Poco::Notification> notification(_earlyEntries.empty()
                                                        ? _queue->waitDequeueNotification()
                                                        : _queue->waitDequeueNotification(EARLY_POLL_MS));
@@ -207,7 +213,7 @@ void WebSocketRequestHandler::handle(const WebsocketNotification& entry) {
 
 void WebSocketRequestHandler::raiseData(const WebsocketNotification& entry) {
     if (_disposing) return;
-    const ParsedPayload parsed(*entry._dataEventPayload);  // what the delegates then share
+    const ParsedPayload parsed(*entry._dataEventPayload, &lastObjects);  // what the delegates then share
     SocketDataAvailable.notify(this, *entry._dataEventPayload);
 }
 
@@ -215,7 +221,12 @@ void WebSocketRequestHandler::sendRequest(const WebsocketNotification& entry) {
     if (_disposing) return;
     std::ostringstream text;
     entry._request->getData()->stringify(text, 0, -1);
-    Lock lock(_socketMutex);
+    // shutdown() holds the mutex while it waits for this thread to end.
+    while (!_socketMutex.tryLock(SEND_LOCK_POLL_MS)) {
+        if (_disposing) return;
+    }
+    const std::unique_ptr<Poco::Mutex, void (*)(Poco::Mutex*)> unlock(
+        &_socketMutex, [](Poco::Mutex* mutex) { mutex->unlock(); });
     if (_socket) Nubo::Net::sendFrame(*_socket, text.str(), Poco::Net::WebSocket::FRAME_TEXT);
 }
 
