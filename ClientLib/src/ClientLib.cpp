@@ -53,12 +53,19 @@ void ClientLib::startup() {
 
 void ClientLib::shutdown() {
     if (m_disposing) return;
+    if (isRaisingHere()) {
+        ZOL_LOG_ERROR(
+            "ClientLib::shutdown: called from inside a delegate of SocketDataAvailable or SocketClosed: it "
+            "would wait for the thread that it is called on, so it does nothing");
+        return;
+    }
     m_disposing = true;
     unwireTransport();
     for (auto& handler : handlers()) {
         if (handler) handler->shutdown();
     }
-    for (auto& handler : _replacedHandlers) handler->shutdown();
+    // A copy as well: a callback that adds a service releases those that have been replaced.
+    for (auto& handler : std::vector<ServiceHandler::Ptr>(_replacedHandlers)) handler->shutdown();
     if (_srServiceHandler) {  // null when a startup() after shutdown() has failed
         _srServiceHandler->shutdown();
         _srServiceHandler->MicroServiceRegistrationChanged -=

@@ -12,6 +12,8 @@
 #include <sys/socket.h>
 
 #include <algorithm>
+#include <exception>
+#include <utility>
 
 namespace Nubo::Client {
 
@@ -40,6 +42,19 @@ struct KeepaliveOption_t {
     const char* name;
     uint32_t value;
 };
+
+// Of the connection manager's thread: whose events it is raising.
+thread_local const ClientLib* raising = nullptr;
+
+template <class Event, class Payload>
+void raise(const ClientLib* lib, Event& event, const Payload& payload) {
+    struct Scope_t {
+        ~Scope_t() { raising = outer; }
+        const ClientLib* outer;
+    };
+    const Scope_t scope{std::exchange(raising, lib)};
+    event.notify(lib, payload);
+}
 
 }  // namespace
 
@@ -98,9 +113,12 @@ void ClientLib::destroyWebsocket(WebSocketRequestHandler::Ptr wsReqHandler) {
     const auto isSame = [&](const WebSocketRequestHandler::Ptr& worker) {
         return worker->getSocket() == socket && (socket || worker == wsReqHandler);
     };
-    Lock lock(_mutexConnections);
-    const auto found = std::find_if(_connections.begin(), _connections.end(), isSame);
-    if (found != _connections.end()) _connections.erase(found);
+    {
+        Lock lock(_mutexConnections);
+        const auto found = std::find_if(_connections.begin(), _connections.end(), isSame);
+        if (found != _connections.end()) _connections.erase(found);
+    }
+    Nubo::Util::MutexLock delivered(_mutexDelivery);
 }
 
 // Held lock: _mutexConnections. A worker without a socket has shut down and owns none.
@@ -113,31 +131,41 @@ ClientLib::WebsocketRequestHandlerContainer::iterator ClientLib::findConnection(
 }
 
 void ClientLib::DataAvailableHandler(const WebsocketDataEventPayload& data) {
-    WebSocketRequestHandler::Ptr worker;
     {
-        Lock lock(_mutexConnections);
-        const auto found = findConnection(*data.webSocketProxy.webSocket);
-        if (found != _connections.end()) worker = *found;
+        Nubo::Util::MutexLock delivery(_mutexDelivery);
+        WebSocketRequestHandler::Ptr worker;
+        {
+            Lock lock(_mutexConnections);
+            const auto found = findConnection(*data.webSocketProxy.webSocket);
+            if (found != _connections.end()) worker = *found;
+        }
+        if (!worker || m_disposing) return;
+        worker->enqueueSocketData(data);
     }
-    if (!worker || m_disposing) return;
-    worker->enqueueSocketData(data);
-    SocketDataAvailable.notify(this, data);
+    raise(this, SocketDataAvailable, data);
 }
 
 void ClientLib::SocketClosedHandler(const WebsocketEventPayload& payload) {
     ZOL_LOG_DEBUG(SOCKET_CLOSED_HANDLER);
-    WebSocketRequestHandler::Ptr worker;
     {
-        Lock lock(_mutexConnections);
-        const auto found = findConnection(*payload.webSocketProxy.webSocket);
-        if (found != _connections.end()) {
-            worker = *found;
-            _connections.erase(found);
+        Nubo::Util::MutexLock delivery(_mutexDelivery);
+        WebSocketRequestHandler::Ptr worker;
+        {
+            Lock lock(_mutexConnections);
+            const auto found = findConnection(*payload.webSocketProxy.webSocket);
+            if (found != _connections.end()) {
+                worker = *found;
+                _connections.erase(found);
+            }
         }
+        if (!worker || m_disposing) return;
+        worker->socketClosedHandler(payload);
     }
-    if (!worker || m_disposing) return;
-    worker->socketClosedHandler(payload);
-    SocketClosed.notify(this, payload);
+    raise(this, SocketClosed, payload);
+}
+
+bool ClientLib::isRaisingHere() const {
+    return raising == this;
 }
 
 bool ClientLib::setSocketOption(Poco::SharedPtr<WebSocket>& webSocket, int level, int option,

@@ -150,29 +150,43 @@ bool ClientLib::sendRequest(const std::string& hostAddress, Poco::UInt16 portNum
     return false;
 }
 
+namespace {
+
+/// One exchange and, when its answer redirects, a second one where it points; no third.
+/// @param announce writes the line between the two, which each caller words in its own way
+bool sendFollowingOnce(const ClientLib& client, const std::string& hostAddress, Poco::UInt16 portNumber,
+                       HTTPResponse& response, std::string& body, const std::string& method,
+                       const std::string& uri, const std::string& content,
+                       void (*announce)(const Poco::URI& redirection)) {
+    Poco::URI redirection;
+    const bool done =
+        client.sendRequest(hostAddress, portNumber, response, body, method, uri, content, redirection);
+    if (!done || redirection.empty()) return done;
+    announce(redirection);
+    Poco::URI notFollowed;
+    return client.sendRequest(redirection.getHost(), redirection.getPort(), response, body, method,
+                              redirection.getPathAndQuery(), content, notFollowed);
+}
+
+}  // namespace
+
 bool ClientLib::sendRequest(const std::string& hostAddress, Poco::UInt16 portNumber, HTTPResponse& response,
                             std::string& body, const std::string& method, const std::string& uri,
                             const std::string& content) const {
-    Poco::URI redirection;
-    const bool done = sendRequest(hostAddress, portNumber, response, body, method, uri, content, redirection);
-    if (!done || redirection.empty()) return done;
-    ZOL_LOG_DEBUG(SEND_TO_HOST << ": Redirecting to : " << redirection.getPathAndQuery());
-    Poco::URI notFollowed;
-    return sendRequest(redirection.getHost(), redirection.getPort(), response, body, method,
-                       redirection.getPathAndQuery(), content, notFollowed);
+    const auto announce = [](const Poco::URI& redirection) {
+        ZOL_LOG_DEBUG(SEND_TO_HOST << ": Redirecting to : " << redirection.getPathAndQuery());
+    };
+    return sendFollowingOnce(*this, hostAddress, portNumber, response, body, method, uri, content, announce);
 }
 
 bool ClientLib::sendRequest(HTTPResponse& response, std::string& body, const std::string& method,
                             const std::string& uri, const std::string& content) const {
-    Poco::URI redirection;
-    const bool done = sendRequest(ServiceRegistryConnection::ADDRESS, ServiceRegistryConnection::PORT,
-                                  response, body, method, uri, content, redirection);
-    if (!done || redirection.empty()) return done;
-    ZOL_LOG_DEBUG(SEND_TO_REGISTRY << ": Redirecting to " << redirection.getHost() << ":"
-                                   << redirection.getPort() << redirection.getPathAndQuery());
-    Poco::URI notFollowed;
-    return sendRequest(redirection.getHost(), redirection.getPort(), response, body, method,
-                       redirection.getPathAndQuery(), content, notFollowed);
+    const auto announce = [](const Poco::URI& redirection) {
+        ZOL_LOG_DEBUG(SEND_TO_REGISTRY << ": Redirecting to " << redirection.getHost() << ":"
+                                       << redirection.getPort() << redirection.getPathAndQuery());
+    };
+    return sendFollowingOnce(*this, ServiceRegistryConnection::ADDRESS, ServiceRegistryConnection::PORT,
+                             response, body, method, uri, content, announce);
 }
 
 }  // namespace Nubo::Client

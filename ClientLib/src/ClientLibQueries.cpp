@@ -10,6 +10,7 @@
 #include <Poco/NumberFormatter.h>
 
 #include <algorithm>
+#include <typeinfo>
 
 #include "ParseJson.h"
 

@@ -29,6 +29,7 @@ void SRServiceHandler::start() {
 
 void SRServiceHandler::shutdown() {
     try {
+        wakeReconnectThread();
         while (!destroyWebsocket()) Poco::Thread::sleep(RETRY_INTERVAL_MS);
     } catch (...) {
         // The loss is announced in any case.

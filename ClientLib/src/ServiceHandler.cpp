@@ -10,6 +10,8 @@
 #include <Poco/Delegate.h>
 #include <Poco/Exception.h>
 
+#include <utility>
+
 #include "NonNull.h"
 #include "NotifyEach.h"
 #include "RetryInterval.h"
@@ -44,7 +46,7 @@ ServiceHandler::ServiceHandler(const std::string& serviceName, IClientLibInterfa
 
 ServiceHandler::~ServiceHandler() {
     try {
-        _wait.set();
+        wakeReconnectThread();
         detachFromRegistry();  // a handler that was replaced is destroyed without shutdown()
         while (!shutdownWebSocket()) Poco::Thread::sleep(RETRY_INTERVAL_MS);
         endReconnectThread();
@@ -104,6 +106,7 @@ void ServiceHandler::removeDelegates(WebSocketRequestHandler& worker) {
 void ServiceHandler::shutdown() {
     try {
         leaveRegistryAndService();
+        joinReconnectThread();  // without an address it ends at once
     } catch (const Poco::Exception& e) {
         ZOL_LOG_ERROR("ServiceHandler::shutdown - exception: " << e.displayText());
     } catch (...) {
@@ -124,6 +127,7 @@ void ServiceHandler::leaveRegistryAndService() {
 
 // One hold of the lock: a reconnect thread that waits for it then finds that the service has no address.
 void ServiceHandler::closeServiceConnection() {
+    wakeReconnectThread();  // before its attempt lets go of the lock, or it might begin another one
     Lock lock(_socketMutex);
     while (!destroyWebsocket()) Poco::Thread::sleep(RETRY_INTERVAL_MS);
     Nubo::Util::MutexLock state(_mutexState);

@@ -9,6 +9,8 @@
 #include <Poco/Exception.h>
 #include <Poco/Random.h>
 
+#include <exception>
+
 #include "NonNull.h"
 #include "RetryInterval.h"
 
@@ -23,6 +25,9 @@ constexpr long JOIN_MS = 1000;
 constexpr int RANDOM_STATE_SIZE = 256;
 constexpr int DELAY_SPREAD_MS = 100;
 constexpr int PAUSE_IN_DELAYS = 20;
+// So many connections in a row that last no longer than this are rebuilt at once.
+constexpr int MAX_SHORT_LIVED = 10;
+constexpr std::chrono::seconds SHORT_LIFE{1};
 
 // From the clock, so that handlers started together do not retry in step.
 Poco::UInt32 seedFromClock() {
@@ -43,7 +48,9 @@ void ServiceHandler::ServiceAvailabilityChanged(bool available) {
         ZOL_LOG_DEBUG("ServiceHandler::ServiceAvailabilityChanged: " << getServiceDescription() << " = "
                                                                      << available);
         if (available || (_autoReconnect && isReconnectPossible())) {
-            if (!reconnectServiceSocket()) startReconnectThread();
+            const bool atOnce = available || mayRebuildAtOnce();
+            if (!atOnce) tearDownConnection();
+            if (!atOnce || !reconnectServiceSocket()) startReconnectThread();
         } else {
             tearDownConnection();
         }
@@ -54,6 +61,14 @@ void ServiceHandler::ServiceAvailabilityChanged(bool available) {
     }
     announceAvailability();
     _serviceAvailabilityChangedEntered = false;
+}
+
+// A peer that ends one connection after the other is left to the reconnect thread, which waits before each
+// attempt.
+bool ServiceHandler::mayRebuildAtOnce() {
+    const bool shortLived = std::chrono::steady_clock::now() - _announcedAt < SHORT_LIFE;
+    _shortLivedConnections = shortLived ? _shortLivedConnections + 1 : 0;
+    return _shortLivedConnections <= MAX_SHORT_LIVED;
 }
 
 void ServiceHandler::tearDownConnection() {
@@ -71,6 +86,7 @@ void ServiceHandler::announceAvailability() {
         if (replaced) {
             // Only now: the reconnect thread may be between making a connection and calling it connected.
             _announcedGeneration = generation;
+            _announcedAt = std::chrono::steady_clock::now();
             resubscribeAll();
         }
         RaiseMicroServiceRegistrationChanged(ServiceRegistrationEventData_t{this});
@@ -232,10 +248,19 @@ void ServiceHandler::startReconnectThread() {
 
 bool ServiceHandler::stopReconnectThread() {
     ZOL_LOG_DEBUG("stopReconnectThread");
+    return joinReconnectThread();
+}
+
+void ServiceHandler::wakeReconnectThread() {
+    StateLock lock(_mutexReconnect);
+    if (_reconnectState == ReconnectState::RunAgain) _reconnectState = ReconnectState::Running;
+    _wait.set();
+}
+
+bool ServiceHandler::joinReconnectThread() {
+    wakeReconnectThread();
     {
         StateLock lock(_mutexReconnect);
-        if (_reconnectState == ReconnectState::RunAgain) _reconnectState = ReconnectState::Running;
-        _wait.set();
         if (_reconnectJoined) return true;
     }
     // Poco's own timed join is of no use here: once a thread object was joined, it no longer waits.
@@ -284,6 +309,7 @@ void ServiceHandler::retryUntilConnected() {
     random.seed(seedFromClock());
     int attemptsLeft = _countConnectServiceRetry;
     long delayMs = static_cast<long>(_delayConnectServiceRetry);
+    uint64_t own = 0;
     while (!Disposing()) {
         if (attemptsLeft == 0) {
             if (!waitForNextSeries(delayMs)) return;
@@ -298,9 +324,22 @@ void ServiceHandler::retryUntilConnected() {
             return;
         }
         ZOL_LOG_DEBUG("run: try reconnect");
-        if (reconnectServiceSocket() && postOpened()) return;
+        if (reconnectUnlessConnected(own) && postOpened()) return;
         --attemptsLeft;
     }
+}
+
+// A connection that the caller's thread has made meanwhile stays: the application was told of it, and nobody
+// would tell it of a gap.
+// @param own the number of the connection that this run of the thread has made, 0 for none
+bool ServiceHandler::reconnectUnlessConnected(uint64_t& own) {
+    Lock lock(_socketMutex);
+    Connection_t current = connection();
+    const bool connected = _isSocketConnected && current.worker && !current.worker->closeReported();
+    if (connected && current.generation != own) return true;
+    if (!reconnectServiceSocket()) return false;
+    own = connection().generation;
+    return true;
 }
 
 // @return false when the thread was asked to stop

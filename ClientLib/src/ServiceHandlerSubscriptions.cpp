@@ -62,8 +62,9 @@ WebSocketRequestObject subscriptionRequest(const std::string& type, const std::s
 std::string ServiceHandler::normalizeUrl(const std::string& url) {
     const Poco::URI uri(url);
     std::string result = normalizedPath(uri);
-    // Query and fragment are decoded first: encoding them as they stand would encode each '%' once more.
-    if (!uri.getRawQuery().empty()) result += "?" + encoded(uri.getQuery(), "");
+    // Query and fragment are decoded first: encoding them as they stand would encode each '%' once more. POCO
+    // would leave a '#' alone, with which the fragment begins.
+    if (!uri.getRawQuery().empty()) result += "?" + encoded(uri.getQuery(), "#");
     if (!uri.getFragment().empty()) result += "#" + encoded(uri.getFragment(), "");
     return result;
 }

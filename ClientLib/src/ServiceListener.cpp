@@ -43,6 +43,10 @@ ServiceListener::ServiceListener(IClientLibInterface* clientlib, uint16_t unique
       _uniqueIdAsHexString(asHexString(uniqueId)) {}
 
 ServiceListener::~ServiceListener() {
+    if (_started) {
+        ZOL_LOG_ERROR("ServiceListener::~ServiceListener - ServiceListener "
+                      << _uniqueIdAsHexString << " has not been shut down: its services still call it");
+    }
     Lock lock(_mutexServices);
     _servicesToListen.clear();
 }

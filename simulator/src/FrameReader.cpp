@@ -1,6 +1,7 @@
 #include "FrameReader.h"
 
 #include <Nubo/Simulator/Endpoint.h>
+#include <poll.h>
 
 #include "Connection.h"
 
@@ -11,7 +12,7 @@ using Poco::Net::WebSocket;
 namespace {
 
 const Poco::Timespan REST_OF_FRAME(10, 0);  // no frame takes longer than this to go on
-const Poco::Timespan LONG(3600, 0);
+constexpr std::chrono::hours LONG{1};
 constexpr int MAX_PAYLOAD = 64 * 1024 * 1024;
 
 }  // namespace
@@ -29,15 +30,16 @@ void FrameReader::run() {
 }
 
 void FrameReader::awaitFrame() {
+    // POCO's own poll opens a descriptor for each wait, which would come and go beside those of the peer.
+    pollfd readable{_webSocket.impl()->sockfd(), POLLIN, 0};
     // Frames that came right behind the upgrade request are in the WebSocket's buffer, where no poll sees
     // them.
-    while (_webSocket.available() == 0 && !_webSocket.poll(untilNextDue(), WebSocket::SELECT_READ))
-        _connection.pushDue();
+    while (_webSocket.available() == 0 && ::poll(&readable, 1, untilNextDue()) == 0) _connection.pushDue();
 }
 
-Poco::Timespan FrameReader::untilNextDue() const {
-    const auto time = _connection.subscriptions().untilNextDue();
-    return time ? Poco::Timespan(std::chrono::microseconds(*time).count()) : LONG;
+// In milliseconds.
+int FrameReader::untilNextDue() const {
+    return static_cast<int>(_connection.subscriptions().untilNextDue().value_or(LONG).count());
 }
 
 bool FrameReader::readFrame() {

@@ -21,7 +21,7 @@ public:
 
 private:
     void awaitFrame();
-    Poco::Timespan untilNextDue() const;
+    int untilNextDue() const;
     bool readFrame();
     void take(const std::string& payload, int flags);
 

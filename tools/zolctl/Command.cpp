@@ -1,6 +1,5 @@
 #include "Command.h"
 
-#include <Poco/NumberParser.h>
 #include <Poco/Util/IntValidator.h>
 #include <Poco/Util/RegExpValidator.h>
 

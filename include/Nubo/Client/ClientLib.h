@@ -4,6 +4,8 @@
 #include <Nubo/Client/IClientLibInterface.h>
 #include <Nubo/Client/IMessageSyncInterface.h>
 #include <Nubo/Client/SRServiceHandler.h>
+#include <Nubo/Client/ServiceHandler.h>
+#include <Nubo/Client/WebSocketRequestHandler.h>
 #include <Nubo/Export.h>
 #include <Nubo/Net/WebsocketConnectionManager.h>
 #include <Nubo/Net/WebsocketDataEventPayload.h>
@@ -11,10 +13,15 @@
 #include <Nubo/Net/WebsocketEventPayload.h>
 #include <Nubo/Util/Mutex.h>
 #include <Poco/BasicEvent.h>
+#include <Poco/JSON/Object.h>
 #include <Poco/Mutex.h>
+#include <Poco/Net/HTTPResponse.h>
+#include <Poco/Net/WebSocket.h>
 #include <Poco/SharedPtr.h>
+#include <Poco/Types.h>
 
 #include <atomic>
+#include <cstdint>
 #include <map>
 #include <string>
 #include <vector>
@@ -52,7 +59,8 @@ public:
 
     /// Raised for each JSON object that came in on any connection, after its worker has it.
     /// Runs on: the connection manager's thread, which serves every socket. Called: once per object.
-    /// Holding: no lock. Must not: block; destroy the ClientLib or shut it down.
+    /// Holding: no lock. Must not: block; shut the ClientLib down (an Error line, nothing else happens);
+    /// destroy it (the process ends).
     Poco::BasicEvent<const Nubo::Net::WebsocketDataEventPayload, Poco::FastMutex> SocketDataAvailable;
 
     /// Raised when a connection has ended, after its worker was told.
@@ -77,16 +85,16 @@ public:
     /// @param service the service's name, the path's only segment; may be empty (the registry)
     /// @param address host name or address; an IPv6 literal with or without brackets
     /// @param port TCP port
-    /// @param timeoutBeforePing ms of silence before a ping; the same time again without an answer closes; 0:
-    /// never
+    /// @param timeoutBeforePing ms of silence before a ping, and again before the connection is given up; 0:
+    ///        never
     /// @return the connection's worker, never null
     /// @throws Poco::NullPointerException before startup() and after shutdown(); otherwise what POCO throws
-    /// when
-    ///         connecting or the upgrade fails. Nothing is kept then.
+    ///         when connecting or the upgrade fails. Nothing is kept then.
     WebSocketRequestHandler::Ptr createNewWebsocket(const std::string& service, const std::string& address,
                                                     int port, uint32_t timeoutBeforePing) override;
 
-    /// Forgets a worker: neither its socket nor its thread is stopped. Null or unknown: nothing. Any thread.
+    /// Forgets a worker: neither its socket nor its thread is stopped; WebSocketRequestHandler::shutdown()
+    /// does that. Null or unknown: nothing. Any thread.
     void destroyWebsocket(WebSocketRequestHandler::Ptr wsReqHandler) override;
 
     /// One HTTP exchange with the registry, following one redirection (307 with a Location, or 300 with the
@@ -115,10 +123,11 @@ public:
     void startup() override;
 
     /// Shuts every handler down, closes every connection and ends every thread of the library. A second call
-    /// does nothing. Not from inside a callback. Blocks as ServiceHandler::shutdown() for each handler.
+    /// does nothing. Not from inside a callback: it would wait for itself for ever, which an Error line says.
+    /// Blocks as ServiceHandler::shutdown() for each handler.
     void shutdown() override;
 
-    /// Calls shutdown(), then releases the handlers.
+    /// Calls shutdown(), then releases the handlers. Not from inside a callback.
     virtual ~ClientLib();
     ClientLib(const ClientLib&) = delete;
     ClientLib& operator=(const ClientLib&) = delete;
@@ -177,6 +186,7 @@ private:
     void exchangeConnectionManager(Poco::SharedPtr<Nubo::Net::WebsocketConnectionManager> manager);
     void unwireTransport();
     void closeConnections();
+    bool isRaisingHere() const;
     void releaseReplacedHandlers();
     std::vector<ServiceHandler::Ptr> handlers() const;
 
@@ -192,6 +202,10 @@ private:
 
     // Leaf: shutdown() resets the manager while a reconnect thread may be opening a socket.
     mutable Nubo::Util::Mutex _mutexManager;
+    // Held by the manager's thread while it has a worker in its hands. destroyWebsocket() waits for that: the
+    // thread must not come to hold the last pointer, whose release waits for sends that only this thread
+    // ends.
+    Nubo::Util::Mutex _mutexDelivery;
     // Handlers that were replaced from inside one of their own callbacks; released once they have returned.
     std::vector<ServiceHandler::Ptr> _replacedHandlers;
 };

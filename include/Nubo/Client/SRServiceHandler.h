@@ -2,6 +2,11 @@
 #define NUBO_CLIENT_SRSERVICEHANDLER_H
 
 #include <Nubo/Client/ServiceHandler.h>
+#include <Nubo/Export.h>
+#include <Poco/SharedPtr.h>
+
+#include <cstdint>
+#include <string>
 
 namespace Nubo::Client {
 

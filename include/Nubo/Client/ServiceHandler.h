@@ -21,6 +21,7 @@
 #include <Poco/Thread.h>
 
 #include <atomic>
+#include <chrono>
 #include <cstdint>
 #include <list>
 #include <map>
@@ -46,10 +47,10 @@ struct ParsedText_t;
 /// Unless said otherwise operations belong to the caller's thread: the one that runs the posted messages and
 /// that starts and stops the ClientLib. Nothing throws to the caller; failures are log lines.
 ///
-/// What the handler does by itself: a lost connection is rebuilt at once and, failing that, retried from a
-/// thread of its own until it works or the service is withdrawn; after each new connection every live
-/// subscription is sent again exactly once. An application need not subscribe again after an outage (if it
-/// does, it removes the old subscription first).
+/// What the handler does by itself: a lost connection is rebuilt at once and, failing that, or after ten in a
+/// row that have not lasted a second, retried from a thread of its own until it works or the service is
+/// withdrawn; after each new connection every live subscription is sent again exactly once. An application
+/// need not subscribe again after an outage (if it does, it removes the old subscription first).
 ///
 /// A service name must not contain '-': notifications are matched by the part of the event's fragment between
 /// its first two dashes.
@@ -82,10 +83,9 @@ public:
 
     /// What a handler knows of one subscribed resource.
     struct SubscriptionUriValue_t {
-        std::string subscrUri;  ///< the first subscriber's URI: the one subscribed at the service
-        Poco::JSON::Object::Ptr
-            Value;           ///< the last message received for it, an error too; null before the first
-        bool autosubscribe;  ///< as the first subscriber asked
+        std::string subscrUri;          ///< the first subscriber's URI: the one subscribed at the service
+        Poco::JSON::Object::Ptr Value;  ///< the last message for it, an error too; null before the first
+        bool autosubscribe;             ///< as the first subscriber asked
     };
 
     /// How many subscriptions there are with each tag.
@@ -109,24 +109,24 @@ public:
 
     /// Does no I/O.
     /// @param serviceName the name under which the service is registered; fixed
-    /// @param clientLib, messageSync not owned, both outlive the handler. Null is tolerated: nothing then
-    /// works,
-    ///        and the lines that say so name a null pointer or a refused message.
+    /// @param clientLib, messageSync not owned, both outlive the handler. Null is tolerated: nothing works
+    ///        then, and the lines that say so name a null pointer or a refused message.
     /// @param timeoutBeforePing milliseconds of silence on the service's connection before it is pinged; no
     ///        answer for the same time again closes it. 0: never.
     /// @param autoReconnect false: a lost connection is torn down and stays so, until the registry reports
-    /// the
-    ///        service as withdrawn and registered again.
+    ///        the service as withdrawn and registered again.
     ServiceHandler(const std::string& serviceName, IClientLibInterface* clientLib,
                    IMessageSyncInterface* messageSync, uint32_t timeoutBeforePing, bool autoReconnect);
 
-    /// Takes the handler off every connection and waits for its reconnect thread, which may take as long as a
-    /// connection attempt that is under way. Does not announce anything; call shutdown() for that.
+    /// Takes the handler off every connection and waits for its reconnect thread. Does not announce anything;
+    /// call shutdown() for that. Not from inside a callback of this handler. Blocks like shutdown().
     ~ServiceHandler() override;
 
     /// Announces the loss of the service, if it was available, closes its connection and refuses further
-    /// messages. Not from inside a callback of this handler. Blocks for up to 1 s per worker thread, and as
-    /// long as a connection attempt that is under way.
+    /// messages. Its reconnect thread has ended then. Not from inside a callback of this handler: it would
+    /// wait for itself for ever, which an Error line says. Blocks for up to 1 s per thread, for a send that
+    /// is under way (Nubo/Net/WebSocketSender.h), and for a connection attempt that is under way: up to 30 s
+    /// to connect and 60 s for the upgrade.
     void shutdown() override;
 
     /// Subscribes to this service's entry at the registry, whose answers then make the handler connect.
@@ -139,8 +139,8 @@ public:
     /// @param tag comes back as `additionalFragment` of each notification; may be empty, may contain '-'
     /// @param autosubscribe passed to the service by the first subscriber of the resource
     /// @return the subscriber's own URI: it names the subscriber in notifications and removes the
-    /// subscription.
-    ///         Empty when it failed (an Error line).
+    ///         subscription. Empty when it failed (an Error line).
+    ///
     /// If the resource's current data is known it is posted to the new subscriber at once (the last message,
     /// whatever it was). While the service is away the subscription is kept and sent when it comes back.
     virtual std::string addSubscription(const std::string& uri, const std::string& tag, bool autosubscribe);
@@ -169,8 +169,7 @@ public:
 
     /// Brings a URI into the one form under which its resource is known: path, query and fragment only,
     /// encoded; a collection ends in one '/', an element in none. normalizeUrl(normalizeUrl(x)) ==
-    /// normalizeUrl(x). Limits: %2F in a path becomes '/', %23 and %26 in a query are not kept apart from '#'
-    /// and '&'.
+    /// normalizeUrl(x). Limits: %2F in a path becomes '/', %26 in a query is not kept apart from '&'.
     /// @throws Poco::SyntaxException when `url` is no URI.
     std::string normalizeUrl(const std::string& url);
 
@@ -222,14 +221,16 @@ protected:
     /// Takes the delegates off the connection and gives it back to the ClientLib. Any thread.
     /// @return true
     bool destroyWebsocket();
+    /// Has the reconnect thread end, without a further attempt behind one that is under way. Does not wait.
+    void wakeReconnectThread();
     /// Waits up to 1 s. @return true when the reconnect thread has ended or never ran
     bool stopReconnectThread();
     /// Stops the reconnect thread for good; for destructors, since the thread makes virtual calls.
     void endReconnectThread();
 
 private:
-    friend class ClientLib;  // a handler that is replaced inside its own callback leaves its connections at
-                             // once
+    // A handler that is replaced inside its own callback leaves its connections at once.
+    friend class ClientLib;
 
     struct ServiceAddress_t {
         std::string host;
@@ -253,13 +254,15 @@ private:
 
     // connection (ServiceHandlerConnection.cpp)
     void ServiceAvailabilityChanged(bool available);
+    bool mayRebuildAtOnce();
     void tearDownConnection();
     void announceAvailability();
     void checkReconnected();
     bool reconnectServiceSocket();
+    bool reconnectUnlessConnected(uint64_t& own);
     bool connectToService();
     void startReconnectThread();
-    bool joinReconnectThread(long milliseconds);
+    bool joinReconnectThread();
     bool mayRunAgain();
     bool isReconnectPossible() const;
     void retryUntilConnected();
@@ -299,15 +302,14 @@ private:
 
     IClientLibInterface* const _clientLibInterface;
     IMessageSyncInterface* const _messageSyncInterface;
-    static std::atomic<int>
-        unique_id_per_session_counter;  // atomic: each handler locks its own mutex around it
+    static std::atomic<int> unique_id_per_session_counter;  // each handler has its own mutex around it
     Poco::Mutex _sessionIdMutex;
     const std::string _serviceName;
     std::atomic<bool> _isSocketConnected;  // written by the reconnect thread too
     std::string _serviceAddress ZOL_GUARDED_BY(_mutexState);
     int _servicePort ZOL_GUARDED_BY(_mutexState);
-    WebSocketRequestHandler::Ptr _serviceWebSocket
-        ZOL_GUARDED_BY(_mutexState);  // replaced under _socketMutex
+    // Replaced under _socketMutex.
+    WebSocketRequestHandler::Ptr _serviceWebSocket ZOL_GUARDED_BY(_mutexState);
     Poco::Event _wait;
     Poco::Mutex _socketMutex;  // serialises connecting and tearing down; held across a connection attempt
     std::atomic<bool> _lastServiceAvailableValue;
@@ -336,6 +338,8 @@ private:
     // The connection last announced, and which subscriptions were already sent on which connection, so that
     // each is sent once. Caller's thread only.
     uint64_t _announcedGeneration = 0;
+    std::chrono::steady_clock::time_point _announcedAt;
+    int _shortLivedConnections = 0;  // in a row, which were lost soon after they were announced
     uint64_t _subscribedGeneration = 0;
     std::set<std::string> _subscribedUris;
     uint64_t _removals = 0;  // counts removed subscribers, so that a running round notices them

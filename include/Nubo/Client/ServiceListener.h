@@ -41,7 +41,8 @@ public:
     /// @param uniqueId tells the listeners of the process apart: notifications are routed by it (a
     ///        UserStory's id, for example)
     ServiceListener(IClientLibInterface* clientlib, uint16_t uniqueId);
-    /// Does not shut down: the owner does that first.
+    /// Does not shut down: the owner does that first. If not, its services would call into what is gone,
+    /// which an Error line says. Not from inside a callback of this listener.
     ~ServiceListener() override;
 
     /// Hooks the listener on its services and reports what is available already, from within this call.
@@ -53,8 +54,9 @@ public:
     /// The set became available (also: changed while all mandatory services are available, for example when
     /// an optional one came or went) or unavailable. Override it; empty by default. Runs on: the caller's
     /// thread, within startup() or a posted message. Called: as the class says. Holding: no lock. Must not:
-    /// shut a ServiceHandler or the ClientLib down (they wait for this call); run further messages of the
-    /// sink. May: subscribe, unsubscribe, add services, shut this listener down, throw (an Error line).
+    /// shut its ServiceHandler or the ClientLib down (they wait for this call for ever, after an Error line),
+    /// destroy one of them or this listener; run further messages of the sink. May: subscribe, unsubscribe,
+    /// add services, shut this listener down, throw (an Error line).
     virtual void HandleMicroServicesAvailable(bool available);
 
     /// A notification of one of this listener's subscriptions. Override it; empty by default.

@@ -6,6 +6,7 @@
 #include <Nubo/Net/WebsocketDataEventPayload.h>
 #include <Nubo/Net/WebsocketEventPayload.h>
 #include <Nubo/Util/Mutex.h>
+#include <Poco/AutoPtr.h>
 #include <Poco/BasicEvent.h>
 #include <Poco/Mutex.h>
 #include <Poco/Net/SocketAddress.h>
@@ -40,10 +41,11 @@ public:
     /// One queue entry; each constructor copies its argument.
     class ZOL_EXPORT WebsocketNotification : public Poco::Notification {
     public:
-        explicit WebsocketNotification(
-            const Nubo::Net::WebsocketDataEventPayload& payload);  ///< of SocketEvent
-        explicit WebsocketNotification(const Nubo::Command::WebSocketRequestObject& request);  ///< of Request
-        /// Of SocketClosedEvent. As the others it copies its argument.
+        /// Of SocketEvent.
+        explicit WebsocketNotification(const Nubo::Net::WebsocketDataEventPayload& payload);
+        /// Of Request.
+        explicit WebsocketNotification(const Nubo::Command::WebSocketRequestObject& request);
+        /// Of SocketClosedEvent.
         explicit WebsocketNotification(const Nubo::Net::WebsocketEventPayload& payload);
 
         const WebsocketNotificationType _type;  ///< which of the three it is
@@ -99,8 +101,9 @@ public:
     /// registry's worker (ARCHITECTURE.md lists the order).
     Poco::Mutex& getSocketMutex();
 
-    /// The first call sends a close frame (code 1000), gives the socket up and waits up to 1 s for the
-    /// thread; further calls only report. From the worker's own thread it does not wait.
+    /// The first call waits for a send that is under way and up to 1 s for the thread, sends a close frame
+    /// (code 1000; both sends are bounded by Nubo/Net/WebSocketSender.h) and gives the socket up; further
+    /// calls only report. From the worker's own thread it does not wait.
     /// @return true once the thread has ended.
     bool shutdown();
 
@@ -132,8 +135,7 @@ private:
     // Shared with run(): log messages made on the thread ask it for its name, also when a delegate has
     // dropped the last pointer to this object.
     std::shared_ptr<Poco::Thread> _threadObject;
-    Poco::SharedPtr<Poco::Net::WebSocket>
-        _socket;  // use: under _socketMutex; the pointer: _mutexSocketPointer
+    Poco::SharedPtr<Poco::Net::WebSocket> _socket;    // use: _socketMutex; pointer: _mutexSocketPointer
     Poco::SharedPtr<Poco::NotificationQueue> _queue;  // locks itself
     Poco::Mutex _socketMutex;
     // Leaf. The ClientLib compares sockets while shutdown() holds _socketMutex, so the pointer has its own

@@ -3,8 +3,10 @@
 
 #include <Nubo/Net/MonotonicClock.h>
 #include <Nubo/Net/WebSocketProxy.h>
+#include <Poco/SharedPtr.h>
 
 #include <chrono>
+#include <cstdint>
 #include <memory>
 #include <string>
 #include <vector>
@@ -22,9 +24,10 @@ class EventRaiser;
 /// looks at ended(), lingering(), wantsWrite() and deadline(). Every `now` is the time of the manager's
 /// current turn.
 ///
-///     Open --> Lingering --> Ended      Open: events are raised. Lingering: the end has been reported, the
-///     close
-///       '----------------------^        frames are on their way, what still comes is thrown away.
+///     Open --> Lingering --> Ended
+///       '----------------------^
+/// Open: events are raised. Lingering: the end has been reported, the close frames are on their way, and what
+/// still comes is thrown away.
 class Connection {
 public:
     using TimePoint = MonotonicClock::TimePoint;

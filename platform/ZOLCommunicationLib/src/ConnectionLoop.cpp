@@ -10,6 +10,7 @@
 #include <algorithm>
 #include <array>
 #include <csignal>
+#include <exception>
 #include <limits>
 
 #include "SendRegistry.h"
@@ -65,7 +66,13 @@ void ConnectionLoop::add(const Poco::SharedPtr<Poco::Net::WebSocket>& socket,
     const auto channel = std::make_shared<SendChannel>(key, key->sockfd(), _mailbox);
     const Poco::SharedPtr<WebSocketProxy> proxy(new WebSocketProxy(socket, &_manager));
     auto connection = std::make_unique<Connection>(proxy, channel, silence, _events);
-    if (SendRegistry::insert(channel)) _mailbox->add(std::move(connection));
+    if (!SendRegistry::insert(channel)) return;
+    try {
+        _mailbox->add(std::move(connection));
+    } catch (...) {
+        SendRegistry::erase(*channel);
+        throw;
+    }
 }
 
 void ConnectionLoop::run() {

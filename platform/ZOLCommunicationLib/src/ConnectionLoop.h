@@ -3,6 +3,8 @@
 
 #include <Nubo/Net/MonotonicClock.h>
 #include <Nubo/Net/WebsocketConnectionManager.h>
+#include <Poco/Net/WebSocket.h>
+#include <Poco/SharedPtr.h>
 
 #include <chrono>
 #include <memory>

@@ -3,6 +3,7 @@
 
 #include <Nubo/Net/WebSocketProxy.h>
 #include <Nubo/Net/WebsocketConnectionManager.h>
+#include <Poco/SharedPtr.h>
 
 #include <string>
 

@@ -6,6 +6,7 @@
 #include <Poco/Net/WebSocket.h>
 
 #include <atomic>
+#include <cstddef>
 #include <cstdint>
 #include <memory>
 #include <optional>

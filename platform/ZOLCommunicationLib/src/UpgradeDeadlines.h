@@ -6,6 +6,7 @@
 
 #include <list>
 #include <memory>
+#include <utility>
 
 #include "Descriptor.h"
 #include "Mailbox.h"

@@ -4,6 +4,7 @@
 #include <charconv>
 #include <limits>
 #include <string>
+#include <system_error>
 
 namespace Nubo::Command {
 namespace {

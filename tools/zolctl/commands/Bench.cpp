@@ -1,9 +1,7 @@
 // zolctl bench: how fast notifications of one element come.
 #include <Nubo/Client/ServiceListener.h>
-#include <Nubo/Command/UrlPath.h>
 #include <Nubo/Command/WebSocketResponseObject.h>
 #include <Nubo/Data/XObjectBase.h>
-#include <Poco/URI.h>
 
 #include <algorithm>
 #include <condition_variable>

@@ -3,6 +3,8 @@
 
 #include <Nubo/Client/IWebSocketClosedHandlerImpl.h>
 #include <Nubo/Client/MultiThreadingObject.h>
+#include <Nubo/Export.h>
+#include <Nubo/Net/WebsocketEventPayload.h>
 #include <Nubo/Util/DataMessageBase.h>
 
 namespace Nubo::Client {

@@ -3,7 +3,9 @@
 
 #include <Nubo/Client/IWebSocketDataAvailableImpl.h>
 #include <Nubo/Client/MultiThreadingObject.h>
+#include <Nubo/Export.h>
 #include <Nubo/Util/DataMessageBase.h>
+#include <Poco/JSON/Object.h>
 
 namespace Nubo::Client {
 

@@ -3,6 +3,7 @@
 
 #include <Nubo/Client/IWebSocketOpenedHandlerImpl.h>
 #include <Nubo/Client/MultiThreadingObject.h>
+#include <Nubo/Export.h>
 #include <Nubo/Util/DataMessageBase.h>
 
 namespace Nubo::Client {

@@ -8,8 +8,7 @@
 #include <Poco/Net/HTTPResponse.h>
 #include <Poco/SharedPtr.h>
 
-#include <istream>
-#include <ostream>
+#include <iosfwd>
 
 namespace Nubo::Net {
 

@@ -4,7 +4,9 @@
 #include <Nubo/Export.h>
 #include <Poco/Net/HTTPClientSession.h>
 #include <Poco/SharedPtr.h>
+#include <Poco/Types.h>
 
+#include <iosfwd>
 #include <memory>
 #include <string>
 

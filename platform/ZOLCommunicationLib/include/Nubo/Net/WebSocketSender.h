@@ -19,8 +19,8 @@ namespace Nubo::Net {
 /// SEND_TOTAL in all; then the connection is over. Called from a delegate of the manager's own events it
 /// never blocks: what the peer does not take at once waits in a queue of TransportLimits::MAX_QUEUED_BYTES.
 /// @throws Poco::TimeoutException after those times; Poco::Net::InvalidSocketException when the connection
-/// has
-///     ended; Poco::IOException when the queue is full, and for errors of the socket (any Poco::Exception).
+///     has ended; Poco::IOException when the queue is full, and for errors of the socket (any
+///     Poco::Exception).
 ZOL_EXPORT void sendFrame(Poco::Net::WebSocket& socket, const std::string& text, int flags);
 
 /// Sends the socket's close frame, code 1000; nothing can be sent afterwards. The manager then waits for the

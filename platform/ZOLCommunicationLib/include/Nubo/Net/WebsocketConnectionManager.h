@@ -62,14 +62,13 @@ public:
     /// answer are delivered first. Adding a socket again is ignored. Does not block; events may come before
     /// it returns.
     /// @param socket  an open client-side WebSocket, its descriptor blocking. The manager shares it, closes
-    /// its
-    ///     descriptor when the connection is over, and gives up a connection that nobody else holds any more.
-    ///     Others send through WebSocketSender.h only, and never close it: they remove it, or drop their
-    ///     pointer.
+    ///     its descriptor when the connection is over, and gives up a connection that nobody else holds any
+    ///     more. Others send through WebSocketSender.h only, and never close it: they remove it, or drop
+    ///     their pointer.
     /// @param timeoutBeforePingMs  milliseconds of silence before a ping is sent; when nothing comes for the
     ///     same time again, the connection is over. 0 or less: no pings.
     /// @throws Poco::NullPointerException for a null socket; Poco::Net::InvalidSocketException for a closed
-    /// one.
+    ///     one.
     void addConnection(Poco::SharedPtr<Poco::Net::WebSocket>& socket, long timeoutBeforePingMs);
 
     /// Ends the connection without a closed event, on the manager's thread; returns at once. At most the

@@ -2,7 +2,9 @@
 #define NUBO_NET_WEBSOCKETDATAEVENTPAYLOAD_H
 
 #include <Nubo/Export.h>
+#include <Nubo/Net/WebSocketProxy.h>
 #include <Nubo/Net/WebsocketEventPayload.h>
+#include <Poco/SharedPtr.h>
 
 #include <string>
 
@@ -13,8 +15,8 @@ class ZOL_EXPORT WebsocketDataEventPayload : public WebsocketEventPayload {
 public:
     /// Empty data, flags 0. The proxy's lifetime is as in WebsocketEventPayload.
     explicit WebsocketDataEventPayload(WebSocketProxy& proxy);
-    explicit WebsocketDataEventPayload(
-        const Poco::SharedPtr<WebSocketProxy>& proxy);  ///< likewise, keeps a share
+    /// Likewise, and keeps a share of the proxy.
+    explicit WebsocketDataEventPayload(const Poco::SharedPtr<WebSocketProxy>& proxy);
 
     WebsocketDataEventPayload(const WebsocketDataEventPayload& other);  ///< the data too
 

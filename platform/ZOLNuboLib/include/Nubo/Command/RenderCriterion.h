@@ -12,8 +12,8 @@ namespace Nubo::Command {
 /// thread.
 class ZOL_EXPORT RenderCriterion : public QueryParameter {
 public:
-    static const std::string
-        EXPAND;  ///< name of the expansion level: linked elements in place, N levels deep
+    /// Name of the expansion level: linked elements in place, N levels deep.
+    static const std::string EXPAND;
 
     explicit RenderCriterion(const QueryParameter& parameter);  ///< a copy, as a criterion
 };

@@ -13,8 +13,8 @@ class ZOL_EXPORT ResponseObject {
 public:
     ResponseObject() = delete;
 
-    static const std::string
-        FIELD_DATA;  ///< key of the element, or of the array of elements, that was asked for
+    /// Key of the element, or of the array of elements, that was asked for.
+    static const std::string FIELD_DATA;
 };
 
 }  // namespace Nubo::Command

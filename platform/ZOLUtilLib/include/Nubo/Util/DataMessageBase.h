@@ -9,9 +9,8 @@ namespace Nubo::Util {
 
 /// A message for another thread's queue. It is a reference-counted POCO notification, so that a
 /// Poco::NotificationQueue can carry it: a new message has a count of 1, which belongs to whoever created it
-/// and goes along when the message is handed over. The last release() deletes it; nobody deletes it
-/// otherwise.
-/// (`Poco::AutoPtr<DataMessageBase> message(raw)` adopts the count.)
+/// and goes along when the message is handed over (`Poco::AutoPtr<DataMessageBase> message(raw)` adopts it).
+/// The last release() deletes the message; nobody deletes it otherwise.
 class ZOL_EXPORT DataMessageBase : public IUncopyable, public Poco::Notification {
 public:
     /// Does the message's work. Called at most once, on the thread that takes the message from its queue.
