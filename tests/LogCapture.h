@@ -8,96 +8,82 @@
 #include <algorithm>
 #include <chrono>
 #include <condition_variable>
+#include <list>
 #include <mutex>
 #include <string>
 #include <vector>
 
-/// Records what goes to Logging::Log::Logger() while it lives, with the logger's level set to `level`;
-/// afterwards the level is as before. Of nested captures the innermost records. Other threads may log at any
-/// time, also while a capture comes or goes: they all meet one channel, which stays on the logger (POCO does
-/// not guard a change).
+/// Records what goes to Logging::Log::Logger() while it lives, at `level`; afterwards the level is as before.
+/// Of nested captures the innermost records. Other threads may log at any time, also while a capture comes or
+/// goes: they all meet one channel, which stays on the logger (POCO does not guard a change).
 class LogCapture {
+    using Guard = std::lock_guard<std::mutex>;
+
 public:
     explicit LogCapture(Poco::Message::Priority level = Poco::Message::PRIO_DEBUG) {
         Poco::Logger& logger = Logging::Log::Logger();
         if (logger.getChannel().get() != &recorder()) logger.setChannel({&recorder(), true});
-        {
-            const std::lock_guard<std::mutex> lock(recorder().mutex);
-            recorder().captures.push_back(this);
-        }
+        const Guard guard(recorder().mutex);
+        recorder().captures.push_back(this);
         _previousLevel = logger.getLevel();
         logger.setLevel(level);
     }
     ~LogCapture() {
         Logging::Log::Logger().setLevel(_previousLevel);
-        const std::lock_guard<std::mutex> lock(recorder().mutex);
-        std::vector<LogCapture*>& captures = recorder().captures;
-        captures.erase(std::find(captures.begin(), captures.end(), this));
+        const Guard guard(recorder().mutex);
+        recorder().captures.remove(this);
     }
     LogCapture(const LogCapture&) = delete;
     LogCapture& operator=(const LogCapture&) = delete;
 
     /// All messages so far, in their order.
     std::vector<Poco::Message> messages() const {
-        const std::lock_guard<std::mutex> lock(recorder().mutex);
+        const Guard guard(recorder().mutex);
         return _messages;
     }
-
-    /// Their texts.
     std::vector<std::string> lines() const {
         std::vector<std::string> texts;
-        for (const Poco::Message& message : messages()) texts.push_back(message.getText());
+        for (const auto& message : messages()) texts.push_back(message.getText());
         return texts;
     }
-
     /// How many messages have exactly this text.
     std::size_t count(const std::string& text) const {
-        const std::vector<std::string> all = lines();
+        const auto all = lines();
         return static_cast<std::size_t>(std::count(all.begin(), all.end(), text));
     }
-
     /// Whether a message has this text in it.
-    bool contains(const std::string& part) const {
-        const std::lock_guard<std::mutex> lock(recorder().mutex);
-        return containsLocked(part);
-    }
+    bool contains(const std::string& part) const { return waitFor(part, std::chrono::seconds(0)); }
 
     /// Waits until a message has this text in it; false when none has within `deadline`.
-    bool waitFor(const std::string& part,
-                 std::chrono::milliseconds deadline = std::chrono::seconds(20)) const {
+    bool waitFor(const std::string& part, std::chrono::seconds deadline = std::chrono::seconds(20)) const {
         std::unique_lock<std::mutex> lock(recorder().mutex);
-        return recorder().changed.wait_for(lock, deadline, [&] { return containsLocked(part); });
+        return recorder().changed.wait_for(lock, deadline, [&] {
+            return std::any_of(_messages.begin(), _messages.end(), [&](const Poco::Message& message) {
+                return message.getText().find(part) != std::string::npos;
+            });
+        });
     }
-
-    /// Forgets the messages so far.
     void clear() {
-        const std::lock_guard<std::mutex> lock(recorder().mutex);
+        const Guard guard(recorder().mutex);
         _messages.clear();
     }
 
 private:
     struct Recorder : public Poco::Channel {
         void log(const Poco::Message& message) override {
-            const std::lock_guard<std::mutex> lock(mutex);
+            const Guard guard(mutex);
             if (!captures.empty()) captures.back()->_messages.push_back(message);
             changed.notify_all();
         }
-
         std::mutex mutex;
         std::condition_variable changed;
-        std::vector<LogCapture*> captures;  // guarded by mutex, the innermost last
+        std::list<LogCapture*> captures;  // guarded by mutex, the innermost last
     };
 
     /// Never released, since lines may still come while static objects are destroyed.
     static Recorder& recorder() {
         static Recorder* const instance = new Recorder;
         return *instance;
-    }
-
-    bool containsLocked(const std::string& part) const {
-        return std::any_of(_messages.begin(), _messages.end(), [&](const Poco::Message& message) {
-            return message.getText().find(part) != std::string::npos;
-        });
     }
 
     int _previousLevel;

@@ -330,6 +330,11 @@ TEST_F(ServiceListenerTest, SyncEntriesAndNullClient) {
     lonely.startup();
     lonely.shutdown();
     EXPECT_THAT(log.lines(), ElementsAre(STARTUP + "does not listen to any service handler"));
+    TestListener(&lib, 10).startup();
+    EXPECT_EQ(
+        "Error: ServiceListener::~ServiceListener - ServiceListener 0xa has not been shut down: its services "
+        "still call it",
+        log.lines().back());
 }
 
 }  // namespace

@@ -16,14 +16,17 @@ class ClientTest : public testing::Test {
 protected:
     static constexpr std::chrono::seconds DEADLINE{30};
 
-    ClientTest() { media.setElement("tracks", "1", R"({"title":"none"})"); }
+    /// @param ping milliseconds of silence before a connection is pinged
+    explicit ClientTest(uint32_t ping = 5000) : pingMs(ping) {
+        media.setElement("tracks", "1", R"({"title":"none"})");
+    }
 
     /// Short delays, so that the reconnect threads need no patience.
-    static Nubo::Client::ClientLib::ClientLibParameters parameters() {
-        return {"test", 5000, false, 3, 10, 5, 3, 60, 10, 4, 1};
+    static Nubo::Client::ClientLib::ClientLibParameters parameters(uint32_t pingMs = 5000) {
+        return {"test", pingMs, false, 3, 10, 5, 3, 60, 10, 4, 1};
     }
     Nubo::Client::ServiceHandler::Ptr add(const std::string& name = "Media", bool autoReconnect = true) {
-        return lib.addService(new Nubo::Client::ServiceHandler(name, &lib, &sink, 5000, autoReconnect));
+        return lib.addService(new Nubo::Client::ServiceHandler(name, &lib, &sink, pingMs, autoReconnect));
     }
     /// Starts the client and waits until "Media" is available.
     Nubo::Client::ServiceHandler::Ptr connect(bool autoReconnect = true) {
@@ -38,11 +41,12 @@ protected:
         return testing::AssertionFailure() << "not within the deadline";
     }
 
+    const uint32_t pingMs;
     LogCapture log;
     Nubo::Simulator::Platform platform;
     Nubo::Simulator::Service& media = platform.addService("Media");
     Nubo::Simulator::MessageSink sink;
-    Nubo::Client::ClientLib lib{&sink, parameters()};
+    Nubo::Client::ClientLib lib{&sink, parameters(pingMs)};
 };
 
 #endif

@@ -1,4 +1,4 @@
-# Checks of what users get: the exported symbols, the public headers, the installed package.
+# Checks of what users get: the exported symbols, the public headers, the manual pages, the installed package.
 
 # --- Interface ---
 
@@ -16,6 +16,14 @@ if(NOT CMAKE_CROSSCOMPILING AND NOT ZOL_SANITIZE)
   add_test(NAME PublicHeaders
            COMMAND ${CMAKE_CURRENT_SOURCE_DIR}/check-headers ${PROJECT_SOURCE_DIR}/include ${include_dirs})
   set_tests_properties(PublicHeaders PROPERTIES LABELS interface TIMEOUT 600)
+endif()
+
+if(NOT CMAKE_CROSSCOMPILING)
+  foreach(program zolctl zol-platform)
+    add_test(NAME Manual.${program} COMMAND ${CMAKE_CURRENT_SOURCE_DIR}/check-manual $<TARGET_FILE:${program}>
+                                            ${PROJECT_SOURCE_DIR}/docs/man/${program}.1)
+    set_tests_properties(Manual.${program} PROPERTIES LABELS interface)
+  endforeach()
 endif()
 
 # --- Package ---

@@ -9,7 +9,9 @@ zol_add_test(WorkerTest)
 zol_add_test(HttpPathTest REGISTRY)
 zol_add_test(WebSocketCreationTest REGISTRY)
 zol_add_test(SimulatorTest REGISTRY)
-zol_add_test(RecoveryTest REGISTRY)
+zol_add_test(ReconnectTest)
+zol_add_test(TeardownTest REGISTRY GROUPS /Client /Handler /Listener /Worker)
+zol_add_test(FaultMatrixTest REGISTRY GROUPS /Registry_ /OneService_ /AllServices_ /Both_)
 zol_add_test(FrameDecoderTest)
 set(transport ${PROJECT_SOURCE_DIR}/platform/ZOLCommunicationLib/src)  # the decoder is not exported
 target_sources(FrameDecoderTest PRIVATE ${transport}/FrameDecoder.cpp ${transport}/Utf8Validator.cpp

@@ -1,0 +1,419 @@
+// Shutdown and destruction of a client, a handler, a listener and a worker by the thread that owns them, in
+// every state that they can be in; and what callbacks may do to them, and must not.
+//
+// ZOL_TEARDOWN_REPETITIONS: how often (3). ZOL_TEARDOWN_HANG_UP_MS: how long a peer stays that has to be
+// waited for (100; 0: until the library gives it up). scripts/stress sets both.
+
+#include <Nubo/Client/ServiceListener.h>
+#include <Poco/Net/ServerSocket.h>
+#include <gmock/gmock.h>
+
+#include <cstdlib>
+#include <deque>
+#include <filesystem>
+#include <fstream>
+#include <future>
+#include <iostream>
+#include <map>
+#include <memory>
+#include <optional>
+
+#include "ClientDoubles.h"
+#include "EventLog.h"
+#include "TestClient.h"
+
+namespace {
+
+using namespace Nubo::Client;
+using namespace Nubo::Simulator;
+using namespace std::chrono_literals;
+using std::chrono::milliseconds;
+
+int setting(const char* name, int otherwise) {
+    const char* const value = std::getenv(name);
+    return value == nullptr ? otherwise : std::atoi(value);
+}
+const int REPETITIONS = setting("ZOL_TEARDOWN_REPETITIONS", 3);
+const milliseconds HANG_UP(setting("ZOL_TEARDOWN_HANG_UP_MS", 100));
+constexpr milliseconds JOINS = 20s;  // of a few threads, on a machine that is busy
+
+/// The threads and the descriptors of this process.
+std::pair<std::ptrdiff_t, std::ptrdiff_t> footprint() {
+    const auto entries = [](const char* folder) {
+        return std::distance(std::filesystem::directory_iterator(folder), {});
+    };
+    return {entries("/proc/self/task"), entries("/proc/self/fd")};
+}
+
+struct Listener : ServiceListener {
+    using Data = ServiceHandler::ServiceHandlerNotificationData_t;
+    using ServiceListener::ServiceListener;
+    void HandleMicroServicesAvailable(bool up) override { onState(up); }
+    void HandleServiceHandlerNotification(const Data& data) override { onData(data); }
+
+    std::function<void(bool)> onState = [](bool) {};
+    std::function<void(const Data&)> onData = [](const Data&) {};
+};
+
+using Cell = std::pair<std::string, std::string>;  // how it ends, and in which state
+/// The states whose end waits for the peer, and for how long.
+const std::map<std::string, milliseconds> TIME_OUTS = {
+    {"Connecting", 30s}, {"Upgrading", 60s}, {"SendingIntoAFullSocket", 10s}};
+
+/// A client with one service, of which something is torn down. Used by one thread, the caller's.
+class Subject {
+public:
+    Subject(Platform& where, Service& its, const LogCapture& lines, const Cell& cell)
+        : platform(where), service(its), log(lines), end(cell.first), state(cell.second) {}
+
+    void live() {
+        enterState();
+        const auto timeOut = TIME_OUTS.find(state);
+        if (timeOut != TIME_OUTS.end() && HANG_UP > 0ms) {
+            hangingUp = std::async(std::launch::async, [this] {
+                std::this_thread::sleep_for(HANG_UP);
+                service.stop();
+                hole.reset();
+            });
+        }
+        const auto begin = std::chrono::steady_clock::now();
+        tearDown();
+        const auto longest = JOINS + (timeOut != TIME_OUTS.end() ? timeOut->second : 0ms);
+        EXPECT_LT(std::chrono::steady_clock::now() - begin, longest);
+        expectNothingMore();
+    }
+
+private:
+    void construct() {
+        client = std::make_unique<ClientLib>(
+            &sink, ClientLib::ClientLibParameters{"test", 5000, false, 3, 10, 5, 3, 60, 10, 4, 1});
+        if (isOf("Worker")) return;
+        handler = new ServiceHandler(service.name(), client.get(), &sink, 5000, true);
+        // One that is to end is its owner's alone: the client would keep it, and start it again.
+        if (!isOf("Handler")) client->addService(handler);
+        if (isOf("Listener")) {
+            listener = std::make_unique<Listener>(client.get(), 10);
+            listener->onState = [this](bool up) { called(up); };
+            listener->onData = [this](const Listener::Data& data) { called(data); };
+            listener->addServiceToMonitor(service.name(), false);
+        } else {
+            count(handler->SocketDataAvailable);
+            count(handler->MicroServiceRegistrationChanged);
+        }
+    }
+
+    void start() {
+        construct();
+        client->startup();
+        if (isOf("Handler")) handler->start();
+        if (listener) listener->startup();
+    }
+
+    void open() {
+        start();
+        if (isOf("Worker")) {
+            worker = client->createNewWebsocket(service.name(), "127.0.0.1", service.port(), 5000);
+            count(worker->SocketDataAvailable);
+            return count(worker->SocketClosed);
+        }
+        run([&] { return handler->isAvailable(); });
+        const std::string uri = "/" + service.name() + "/tracks/1";
+        const auto subscription = listener ? listener->addSubscription(uri, "", 0, "", false)
+                                           : handler->addSubscription(uri, "", false);
+        notification = R"({"type":"data","data":{},"event":")" + subscription + "\"}";
+        run([&] { return calls == 2; });  // it is there, and so is the data
+    }
+
+    void enterState() {
+        if (state == "NeverStarted") return construct();
+        if (state == "Connecting") return vanish();
+        open();
+        if (state == "MidMessage") {
+            const std::string frame = Endpoint::encodeFrame(notification);
+            service.pushBytes(frame + frame.substr(0, frame.size() / 2));
+            waitFor([&] { return arrived() > 0; });
+        } else if (state == "UnderFire") {
+            fire = std::async(std::launch::async, [this] {
+                for (; firing; push()) platform.registry().pushRaw(notification);
+            });
+            waitFor([&] { return arrived() > 5; });
+        } else if (state == "MessagesQueued") {
+            for (int i = 0; i < 100; ++i) push();
+            waitFor([&] { return worker || arrived() > 50; });
+        } else if (state == "SendingIntoAFullSocket") {
+            fillSocket();
+        } else if (state == "ReconnectWaiting") {
+            lose(4, 600'000);
+        } else if (state == "SemiPermanentWait") {
+            lose(0, 600'000);
+            EXPECT_TRUE(log.waitFor("is not reachable (semi-permanent)!"));
+        } else if (state == "Upgrading") {
+            lose(4, 1);
+            service.onUpgrade(Fault_t::noAnswer());
+            comeBack();
+        } else if (state == "SinkRefuses") {
+            lose(4, 1);
+            sink.refuse(true);
+            comeBack();  // the reconnect thread makes one connection after the other
+        } else if (state == "RegistryAway") {
+            platform.stopRegistry();
+            run([&] { return client->getServiceRegistryWebSocket().isNull(); });
+        } else if (state == "PeersGone") {
+            service.stop();
+            platform.stopRegistry();
+        }
+    }
+
+    // Refuses the first attempt, which is this thread's, and swallows the reconnect thread's: there is room
+    // for one connection that nobody accepts.
+    void vanish() {
+        hole.emplace().bind(Poco::Net::SocketAddress("127.0.0.1", 0), true, false);
+        const auto port = hole->address().port();
+        const std::string record = R"({"uri":"/","name":")" + service.name() + R"(","port":)";
+        platform.registry().put(service.name(), record + std::to_string(port) + "}");
+        start();
+        run([&] { return handler->getServicePort() == port; });
+        hole->listen(0);
+        filler.connect(hole->address());
+        const std::string unanswered = ":" + Poco::NumberFormatter::formatHex(port, 4) + " 02 ";
+        waitFor([&] {
+            std::ifstream table("/proc/net/tcp");
+            return std::string(std::istreambuf_iterator<char>(table), {}).find(unanswered) !=
+                   std::string::npos;
+        });
+    }
+
+    void lose(uint8_t retries, uint32_t delayMs) {
+        handler->setReconnectParameters(retries, delayMs);
+        service.stop();
+        run([&] { return !handler->isAvailable(); });
+    }
+
+    void comeBack() {
+        const auto before = service.record().upgradeRequests().size();
+        service.start();
+        waitFor([&] { return service.record().upgradeRequests().size() > before; });
+    }
+
+    void fillSocket() {
+        auto sender = worker ? worker : handler->getWebSocket();
+        auto socket = sender->getSocket();
+        ClientLib::setSocketOption(socket, SOL_SOCKET, SO_SNDBUF, 1);
+        service.goSilent();
+        *sender << Nubo::Command::WebSocketRequestObject("", std::string(1'000'000, 'x'), 0, 1, nullptr,
+                                                         false);
+        waitFor([&] { return !socket->poll(0, Poco::Net::Socket::SELECT_WRITE); });
+    }
+
+    void tearDown() {
+        if (end == "ClientShutdown") client->shutdown();
+        if (end == "HandlerShutdown") handler->shutdown();
+        if (end == "ListenerShutdown") listener->shutdown();
+        while (end == "WorkerShutdown" && !worker->shutdown()) std::this_thread::yield();
+        if (end == "WorkerDestruction") client->destroyWebsocket(worker);
+        if (end == "WorkerDestruction") worker = nullptr;
+        if (end == "HandlerDestruction" || end == "ClientDestruction") handler = nullptr;
+        if (end == "ClientDestruction") client = nullptr;  // which has the handler still
+        listener = nullptr;
+    }
+
+    void expectNothingMore() {
+        const int before = calls;
+        const bool closed = !isOf("Listener");
+        EXPECT_TRUE(!closed || !handler || (handler->Disposing() && !handler->isAvailable()));
+        heal();
+        waitFor([&] { return !closed || service.openSockets() == 0; });
+        service.setElement("tracks", "1", R"({"title":"late"})");
+        while (sink.dispatch() != 0) {
+        }
+        EXPECT_TRUE(!closed || !handler || handler->getWebSocket().isNull());
+        if (client) client->shutdown();
+        EXPECT_EQ(before, calls);
+    }
+
+    void heal() {
+        firing = false;
+        if (fire.valid()) fire.get();
+        if (hangingUp.valid()) hangingUp.get();
+        hole.reset();
+        filler = Poco::Net::StreamSocket();
+        sink.refuse(false);
+        service.clearFaults();
+        service.start();
+        service.registerService();
+        platform.startRegistry();
+    }
+
+    bool isOf(const char* victim) const { return end.find(victim) == 0; }
+    void push() const { service.pushRaw(notification); }
+    int arrived() const { return worker ? calls.load() : static_cast<int>(sink.pending()); }
+    void run(const std::function<bool()>& until) { EXPECT_TRUE(sink.dispatchUntil(until, 60s)); }
+    void waitFor(const std::function<bool()>& until) const { EXPECT_TRUE(platform.waitFor(until, 60s)); }
+    template <class Data>
+    void count(Poco::BasicEvent<const Data, Poco::FastMutex>& event) {
+        event += Poco::delegate(this, &Subject::called<Data>);
+    }
+    template <class Data>
+    void called(const Data&) {
+        ++calls;
+    }
+
+    Platform& platform;
+    Service& service;
+    const LogCapture& log;
+    const std::string end, state;
+    std::string notification = R"({"type":"data","event":"/#1-Nobody"})";
+    std::atomic<int> calls{0};  // what was called back, on whatever thread
+    std::optional<Poco::Net::ServerSocket> hole;
+    Poco::Net::StreamSocket filler;
+    MessageSink sink;
+    std::unique_ptr<ClientLib> client;
+    ServiceHandler::Ptr handler;
+    std::unique_ptr<Listener> listener;
+    WebSocketRequestHandler::Ptr worker;
+    std::atomic<bool> firing{true};
+    std::future<void> fire, hangingUp;
+};
+
+// --- each end in each state ---
+
+std::vector<Cell> cells() {
+    const std::vector<std::string> ofWorkers = {
+        "Open", "MidMessage", "UnderFire", "SendingIntoAFullSocket", "MessagesQueued", "PeersGone"};
+    const std::vector<std::string> further = {"NeverStarted",     "Connecting",        "Upgrading",
+                                              "ReconnectWaiting", "SemiPermanentWait", "RegistryAway",
+                                              "SinkRefuses"};
+    std::vector<Cell> all;
+    // A listener is shut down before it is destroyed.
+    for (const char* const end :
+         {"ClientShutdown", "ClientDestruction", "HandlerShutdown", "HandlerDestruction", "ListenerShutdown",
+          "WorkerShutdown", "WorkerDestruction"}) {
+        for (const auto& state : ofWorkers) all.emplace_back(end, state);
+        // A worker has a connection, and knows neither registry nor sink nor reconnecting.
+        if (end[0] != 'W')
+            for (const auto& state : further) all.emplace_back(end, state);
+    }
+    return all;
+}
+
+class TeardownTest : public testing::TestWithParam<Cell> {};
+
+TEST_P(TeardownTest, EndsAndNothingComesAfterIt) {
+    LogCapture log(Poco::Message::PRIO_WARNING);
+    Platform platform;
+    const bool waits = TIME_OUTS.count(GetParam().second) != 0;
+    const bool sharesRegistry = GetParam().second != "RegistryAway" && GetParam().second != "PeersGone";
+    const int inParallel = std::min(REPETITIONS, waits ? 20 : sharesRegistry ? 5 : 1);
+    for (int i = 0; i < inParallel; ++i)
+        platform.addService("S" + std::to_string(i)).setElement("tracks", "1", R"({"title":"none"})");
+    const auto before = footprint();
+    const int rounds = waits ? 1 : REPETITIONS / inParallel;
+    for (int round = 0; round < rounds && !HasFailure(); ++round) {
+        std::deque<Subject> subjects;
+        std::vector<std::future<void>> lives;
+        for (Service* const service : platform.services()) {
+            Subject& subject = subjects.emplace_back(platform, *service, log, GetParam());
+            lives.push_back(std::async(std::launch::async, &Subject::live, &subject));
+        }
+        for (auto& life : lives) life.get();
+        // What was only shut down has no thread or descriptor either.
+        EXPECT_TRUE(eventually([&] { return footprint() == before; }))
+            << footprint().first - before.first << " threads, " << footprint().second - before.second
+            << " descriptors too many in round " << round;
+        log.clear();
+    }
+    std::cout << "repetitions: " << rounds * inParallel << std::endl;
+}
+
+INSTANTIATE_TEST_SUITE_P(Cells, TeardownTest, testing::ValuesIn(cells()),
+                         [](const auto& cell) { return cell.param.first + "_" + cell.param.second; });
+
+// --- callbacks ---
+
+class CallbackTest : public ClientTest {
+protected:
+    ~CallbackTest() override { listener.shutdown(); }
+    /// Subscribes a listener to a track whose changes are numbered.
+    void listen() {
+        connect();
+        listener.addServiceToMonitor("Media", false);
+        listener.startup();
+        subscription = subscribe();
+        ASSERT_TRUE(eventually([&] { return heard.size() == 1; }));
+    }
+    std::string subscribe() { return listener.addSubscription("Media/tracks/1", "", 0, "", false); }
+    void change(int title) {
+        media.setElement("tracks", "1", R"({"title":")" + std::to_string(title) + R"("})");
+    }
+
+    Listener listener{&lib, 10};
+    std::string subscription;
+    std::vector<std::string> heard;
+};
+
+TEST_F(CallbackTest, OneThatIsSlowHoldsUpNothingButItsThread) {
+    listener.onData = [&](const Listener::Data& data) {
+        heard.push_back(data.container->getObject("data")->getValue<std::string>("title"));
+        if (heard.size() != 2) return;
+        for (int i = 2; i <= 60; ++i) change(i);
+        EXPECT_TRUE(platform.waitFor([&] { return sink.pending() == 59; }, DEADLINE));
+    };
+    listen();
+    change(1);
+    ASSERT_TRUE(eventually([&] { return heard.size() == 61; }));
+    for (std::size_t i = 1; i <= 60; ++i) EXPECT_EQ(std::to_string(i), heard[i]);
+    EXPECT_EQ(1U, media.record().upgrades());
+}
+
+TEST_F(CallbackTest, MayChangeSubscriptionsAndServices) {
+    platform.addService("Tuner");
+    int rounds = 0;
+    listener.onData = [&](const Listener::Data& data) {
+        heard.push_back(data.event);
+        if (heard.size() == 1 || rounds == 20) return;
+        ++rounds;  // a new subscription brings the data, and so the next round
+        listener.removeSubscription(data.event);
+        subscription = subscribe();
+        add("Tuner");
+        listener.addServiceToMonitor("Tuner", true);
+    };
+    listen();
+    change(1);
+    ASSERT_TRUE(
+        eventually([&] { return heard.size() == 22 && lib.getServiceHandler("Tuner")->isAvailable(); }));
+    heard.clear();
+    for (const int title : {2, 3}) change(title);
+    ASSERT_TRUE(eventually([&] { return heard.size() == 2; }));
+    EXPECT_THAT(heard, testing::Each(subscription));
+    EXPECT_EQ(std::vector<std::string>{subscription}, media.subscribedEvents());
+}
+
+TEST_F(CallbackTest, MayAddServicesWhileReplacedOnesAreShutDown) {
+    struct {
+        void announced(const Announcements::Data& data) {
+            if (++count <= 2) add();
+            EXPECT_EQ("Media", data.handler->getServiceName());  // it is there until the callback returns
+        }
+        std::function<void()> add;
+        int count = 0;
+    } replaced{[&] { add(); }};
+    lib.startup();
+    add()->MicroServiceRegistrationChanged += Poco::delegate(&replaced, &decltype(replaced)::announced);
+    ASSERT_TRUE(eventually([&] { return lib.getServiceHandler("Media")->isAvailable(); }));
+    lib.shutdown();
+    EXPECT_EQ(2, replaced.count);
+}
+
+TEST_F(CallbackTest, OnTheManagersThreadCannotShutTheClientDown) {
+    EventLog mistaken;
+    mistaken.inside = [&](const std::string&) { lib.shutdown(); };
+    listener.onData = [&](const Listener::Data& data) { heard.push_back(data.event); };
+    listen();
+    mistaken.listen(lib);
+    change(1);
+    EXPECT_TRUE(eventually([&] { return heard.size() == 2; }));
+    EXPECT_TRUE(log.waitFor("Error: ClientLib::shutdown: called from inside a delegate"));
+    lib.shutdown();
+}
+
+}  // namespace
