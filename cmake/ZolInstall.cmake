@@ -38,3 +38,17 @@ else()
   zol_install_pc(ZOLCommunicationLib "WebSocket transport of the service platform" REQUIRES zolutillib)
   zol_install_pc(ZOLClientLib ${PROJECT_DESCRIPTION} REQUIRES zolnubolib zolcommunicationlib)
 endif()
+
+# Manual pages of the programs, compressed as Debian wants them: at the best level, without name and time.
+file(GLOB pages CONFIGURE_DEPENDS docs/man/*.1)
+find_program(GZIP_EXECUTABLE gzip REQUIRED)
+foreach(page ${pages})
+  get_filename_component(name ${page} NAME)
+  set(compressed ${PROJECT_BINARY_DIR}/man/${name}.gz)
+  add_custom_command(OUTPUT ${compressed} COMMAND ${GZIP_EXECUTABLE} -9nc ${page} > ${compressed} DEPENDS ${page}
+                     VERBATIM)
+  list(APPEND compressed_pages ${compressed})
+endforeach()
+file(MAKE_DIRECTORY ${PROJECT_BINARY_DIR}/man)
+add_custom_target(zol-man ALL DEPENDS ${compressed_pages})
+install(FILES ${compressed_pages} DESTINATION ${CMAKE_INSTALL_MANDIR}/man1)

@@ -2,7 +2,8 @@
 # What an installed library or program needs is found out by dpkg-shlibdeps.
 set(CPACK_GENERATOR DEB)
 set(CPACK_PACKAGE_NAME zolclientlib)
-set(CPACK_PACKAGE_CONTACT "ZOLClientLib developers <root@localhost>")
+set(CPACK_PACKAGE_CONTACT "ZOLClientLib developers <zolclientlib@example.org>" CACHE STRING
+    "Whom the Debian packages name as their maintainer")
 set(CPACK_PACKAGING_INSTALL_PREFIX /usr)
 set(CPACK_STRIP_FILES ON)
 set(CPACK_DEB_COMPONENT_INSTALL ON)
