@@ -10,7 +10,6 @@
 #include <atomic>
 #include <functional>
 #include <map>
-#include <mutex>
 #include <sstream>
 #include <string>
 #include <vector>
@@ -50,7 +49,6 @@ public:
         ++connections;
         auto made = worker();
         if (onConnected) onConnected(*made);
-        const std::lock_guard<std::mutex> lock(_mutex);
         _last = service + "@" + address + ":" + std::to_string(port) + "/" + std::to_string(timeout);
         return made;
     }
@@ -66,11 +64,9 @@ public:
     void startup() override {}
     void shutdown() override {}
 
-    /// The arguments of the last successful createNewWebsocket(), as "Media@10.0.0.5:80/5000".
-    std::string lastConnection() const {
-        const std::lock_guard<std::mutex> lock(_mutex);
-        return _last;
-    }
+    /// The arguments of the last successful createNewWebsocket(), as "Media@10.0.0.5:80/5000". Not while a
+    /// reconnect thread is at work.
+    const std::string& lastConnection() const { return _last; }
 
     std::map<std::string, Handler::Ptr> handlers;
     Worker::Ptr registry = worker();
@@ -83,8 +79,7 @@ public:
     std::atomic<int> destroyed{0};
 
 private:
-    mutable std::mutex _mutex;
-    std::string _last;  // guarded by _mutex
+    std::string _last;
 };
 
 /// Opens what is protected, and plays the worker that a handler listens on.
@@ -127,8 +122,6 @@ public:
         _handler->SocketDataAvailable += Poco::delegate(this, &Notifications::notified);
     }
     ~Notifications() { _handler->SocketDataAvailable -= Poco::delegate(this, &Notifications::notified); }
-    Notifications(const Notifications&) = delete;
-    Notifications& operator=(const Notifications&) = delete;
 
     std::vector<std::string> events() const {
         std::vector<std::string> all;
@@ -166,8 +159,6 @@ public:
     ~Announcements() {
         _handler->MicroServiceRegistrationChanged -= Poco::delegate(this, &Announcements::announced);
     }
-    Announcements(const Announcements&) = delete;
-    Announcements& operator=(const Announcements&) = delete;
 
     std::vector<bool> states;
     std::function<void(bool)> then;

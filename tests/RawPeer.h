@@ -1,10 +1,7 @@
 #ifndef TESTS_RAWPEER_H
 #define TESTS_RAWPEER_H
 
-#include <Poco/Exception.h>
 #include <Poco/Net/HTTPClientSession.h>
-#include <Poco/Net/ServerSocket.h>
-#include <Poco/Net/WebSocket.h>
 #include <Poco/Net/WebSocketImpl.h>
 #include <Poco/NumberFormatter.h>
 #include <Poco/SharedPtr.h>
@@ -18,6 +15,7 @@
 #include <vector>
 
 #include "EventLog.h"
+#include "SocketPeer.h"
 
 enum class Side { Client, Server };
 
@@ -116,49 +114,19 @@ private:
 
     void answer(Poco::Net::StreamSocket socket) {
         socket.setReceiveTimeout(Poco::Timespan(DEADLINE.count(), 0));
-        const std::string request = readRequest(socket);
+        const RawRequest request(socket);
         std::string text = _answers[requests().size() % _answers.size()];
         {
             const std::lock_guard<std::mutex> lock(_mutex);
-            _requests.push_back(request);
+            _requests.push_back(request.text);
         }
-        replaceAccept(text, request);
+        const std::string mark = "{accept}";
+        const std::size_t at = text.find(mark);
+        if (at != std::string::npos) text.replace(at, mark.size(), request.accept());
         if (!text.empty()) socket.sendBytes(text.data(), static_cast<int>(text.size()));
         if (_then == Then::Close) socket.close();
         const std::lock_guard<std::mutex> lock(_mutex);
         _answered.push_back(socket);
-    }
-
-    static std::string readRequest(Poco::Net::StreamSocket& socket) {
-        std::string request;
-        std::size_t wanted = std::string::npos;
-        char buffer[4096];
-        while (request.size() < wanted) {
-            const int count = socket.receiveBytes(buffer, sizeof buffer);
-            if (count <= 0) break;
-            request.append(buffer, static_cast<std::size_t>(count));
-            const std::size_t head = request.find("\r\n\r\n");
-            const std::string length = headerOf(request, "Content-Length");
-            if (head != std::string::npos) wanted = head + 4 + (length.empty() ? 0 : std::stoul(length));
-        }
-        return request;
-    }
-
-    static std::string headerOf(const std::string& request, const std::string& name) {
-        const std::size_t at = request.find("\r\n" + name + ": ");
-        if (at == std::string::npos) return "";
-        const std::size_t value = at + name.size() + 4;
-        return request.substr(value, request.find("\r\n", value) - value);
-    }
-
-    static void replaceAccept(std::string& text, const std::string& request) {
-        struct Handshake : Poco::Net::WebSocket {
-            using WebSocket::computeAccept;
-        };
-        const std::string mark = "{accept}";
-        const std::size_t at = text.find(mark);
-        if (at == std::string::npos) return;
-        text.replace(at, mark.size(), Handshake::computeAccept(headerOf(request, "Sec-WebSocket-Key")));
     }
 
     // Fixed after construction.

@@ -4,15 +4,15 @@
 #include <Poco/StringTokenizer.h>
 #include <gmock/gmock.h>
 
-#include <thread>
-
 #include "ClientDoubles.h"
 #include "TestClient.h"
 
 namespace {
 
 using namespace Nubo::Client;
+using testing::AllOf;
 using testing::ElementsAre;
+using testing::EndsWith;
 using testing::IsEmpty;
 using testing::StartsWith;
 using Row = Poco::StringTokenizer;  // of a table: columns between '|'
@@ -24,7 +24,11 @@ const std::string NOT_FOUND =
 const std::string NO_CONNECTION =
     "Error: void Nubo::Client::ServiceHandler::operator<<(const Nubo::Command::WebSocketRequestObject&) - "
     "exception: Null pointer";
+const std::string NOTIFY =
+    "Info: virtual void Nubo::Client::ServiceHandler::WebSocketDataAvailableHandlerSync(const Ptr&) notify "
+    "subscriber ";
 const std::string SYNC = "Error: ServiceHandler::WebSocketDataAvailableHandlerSync - ";
+const std::string START_FAILED = "Error: ServiceHandler::start - exception: Null pointer";
 const std::string REFUSED =
     "Warning: ServiceHandler::WebSocketDataAvailableHandler: Could not enqueue message!";
 
@@ -49,23 +53,8 @@ protected:
     }
     std::size_t count(const std::string& start) const {
         const auto lines = log.lines();
-        return static_cast<std::size_t>(std::count_if(lines.begin(), lines.end(), [&](const auto& line) {
-            return line.compare(0, start.size(), start) == 0;
-        }));
-    }
-    /// Lets the registry's worker raise an answer, and says how many messages wait when all delegates have
-    /// run.
-    std::size_t pendingAfterFrameOn(WebSocketRequestHandler::Ptr worker) {
-        struct {
-            void set(const Nubo::Net::WebsocketDataEventPayload&) { event.set(); }
-            Poco::Event event;
-        } last;
-        const auto delegate = Poco::delegate(&last, &decltype(last)::set);
-        worker->SocketDataAvailable += delegate;
-        worker->enqueueSocketData(TestHandler::payload(message("/?name=Media#1-Media")));
-        EXPECT_TRUE(last.event.tryWait(20000));
-        worker->SocketDataAvailable -= delegate;
-        return sink.pending();
+        return static_cast<std::size_t>(std::count_if(
+            lines.begin(), lines.end(), [&](const auto& line) { return line.find(start) == 0; }));
     }
 
     LogCapture log;
@@ -78,87 +67,58 @@ TEST_F(ServiceHandlerTest, IdsCountFromElevenOverAllHandlers) {
     EXPECT_EQ("11", FIRST_ID);
     const std::string next = nextId();
     EXPECT_EQ(next, make()->getUniqueId());
-    constexpr int EACH = 500;
-    const auto take = [](TestHandler::Ptr from) {
-        for (int i = 0; i < EACH; ++i) from->getUniqueId();
-    };
-    std::thread thread(take, make());
-    take(handler);
-    thread.join();
-    EXPECT_EQ(std::stoi(next) + 2 * EACH + 1, std::stoi(handler->getUniqueId()));
 }
 
-TEST_F(ServiceHandlerTest, AvailableWithAddressAndConnection) {
-    Announcements announced(handler);
-    EXPECT_EQ("Media ()", handler->getServiceDescription());
-    lib.refusing = true;
-    handler->setReconnectParameters(1, 60000);
-    handler->setNewServiceAddress("10.0.0.5", 80);
-    EXPECT_EQ("Media (10.0.0.5)", handler->getServiceDescription());
-    EXPECT_FALSE(handler->isAvailable());
-    EXPECT_THAT(announced.states, IsEmpty());
-
-    lib.refusing = false;
-    handler->setNewServiceAddress("10.0.0.6", 81);
-    EXPECT_TRUE(handler->isAvailable());
-    EXPECT_EQ(81, handler->getServicePort());
-    EXPECT_EQ("Media@10.0.0.6:81/5000", lib.lastConnection());
-    handler->TriggerMicroServiceRegistrationChanged();
-    EXPECT_THAT(announced.states, ElementsAre(true));
-    EXPECT_EQ(1U, log.count("Info: LogServiceAvailability (Media): : NOT AVAILABLE"));
-    EXPECT_EQ(2U, log.count("Info: LogServiceAvailability (Media): : AVAILABLE"));
-    EXPECT_EQ(1U, log.count("Debug: ServiceHandler::ServiceAvailabilityChanged: Media (10.0.0.6) = 1"));
-    EXPECT_EQ(1U, log.count("Debug: reconnectServiceSocket: reconnecting to service: Media (10.0.0.6)"));
-
-    for (int i = 0; i < 2; ++i) handler->shutdown();
-    EXPECT_THAT(announced.states, ElementsAre(true, false));
-    EXPECT_TRUE(handler->Disposing());
-    EXPECT_EQ("Media ()", handler->getServiceDescription());
-    handler->setNewServiceAddress("10.0.0.6", 81);  // one that has shut down connects to nothing
-    EXPECT_TRUE(handler->getWebSocket().isNull());
-
-    handler->start();
-    handler->setNewServiceAddress("10.0.0.7", 82);
-    EXPECT_THAT(announced.states, ElementsAre(true, false, true));
-    auto worker = handler->getWebSocket();  // as a handler that remembers the registry's would
-    log.clear();
-    for (int i = 0; i < 2; ++i) EXPECT_TRUE(handler->destroyWebsocket());  // also without one
-    EXPECT_FALSE(handler->isAvailable());
-    EXPECT_EQ(1U, count("Warning: bool Nubo::Client::WebSocketRequestHandler::shutdown(): "));  // no socket
-}
-
-TEST_F(ServiceHandlerTest, AnnouncementSurvivesThrowingDelegates) {
-    Announcements bad(handler), good(handler);
+TEST_F(ServiceHandlerTest, IsAvailableWithAddressAndConnection) {
+    Announcements bad(handler), announced(handler);
     bad.then = [](bool available) {
         if (available) throw Poco::RuntimeException("delegate");
         throw 1;
     };
+    lib.refusing = true;
+    handler->setReconnectParameters(1, 60000);
     handler->setNewServiceAddress("10.0.0.5", 80);
-    handler->setNewServiceAddress("", 0);
-    EXPECT_THAT(good.states, ElementsAre(true, false));
-    EXPECT_EQ(1U, log.count("Error: ServiceHandler::RaiseMicroServiceRegistrationChangedInternal - "
-                            "exception: Runtime exception: delegate"));
+    EXPECT_FALSE(handler->isAvailable());
+    lib.refusing = false;
+    handler->setNewServiceAddress("10.0.0.6", 81);
+    handler->TriggerMicroServiceRegistrationChanged();  // nothing new
+    EXPECT_EQ("Media@10.0.0.6:81/5000", lib.lastConnection());
+    for (const char* line : {"Info: LogServiceAvailability (Media): : NOT AVAILABLE",
+                             "Debug: ServiceHandler::ServiceAvailabilityChanged: Media (10.0.0.6) = 1",
+                             "Debug: reconnectServiceSocket: reconnecting to service: Media (10.0.0.6)",
+                             "Error: ServiceHandler::RaiseMicroServiceRegistrationChangedInternal - "
+                             "exception: Runtime exception: delegate"})
+        EXPECT_EQ(1U, log.count(line)) << line;
+    EXPECT_EQ(2U, log.count("Info: LogServiceAvailability (Media): : AVAILABLE"));
+
+    auto worker = handler->getWebSocket();  // as a handler that remembers the registry's would
+    EXPECT_TRUE(handler->destroyWebsocket());
+    EXPECT_EQ(1U, count("Warning: bool Nubo::Client::WebSocketRequestHandler::shutdown(): "));
+    handler->shutdown();
+    handler->setNewServiceAddress("10.0.0.6", 81);  // one that has shut down connects to nothing
+    EXPECT_TRUE(handler->getWebSocket().isNull());
+    EXPECT_THAT(announced.states, ElementsAre(true, false));
 }
 
 TEST_F(ServiceHandlerTest, ListensOnceWhereverItWasStarted) {
-    const auto old = lib.registry;
-    const std::string id = nextId();
+    const auto frame = TestHandler::payload(message("/?name=Media#1-Media"));
+    const auto pendingAfterFrameOn = [&](WebSocketRequestHandler::Ptr worker) {
+        worker->SocketDataAvailable.notify(nullptr, frame);
+        return sink.pending();
+    };
+    const auto old = lib.registry, current = FakeClientLib::worker();
     for (int i = 0; i < 2; ++i) handler->start();
-    EXPECT_EQ("Info: ServiceHandler::start: subscribe to service registry /?name=Media#" + id + "-Media",
-              taken()[0]);
+    EXPECT_THAT(taken()[0], testing::MatchesRegex("Info: ServiceHandler::start: subscribe to service "
+                                                  "registry /\\?name=Media#[0-9]+-Media"));
     EXPECT_EQ(1U, pendingAfterFrameOn(old));
-    const auto current = lib.registry = FakeClientLib::worker();
+    lib.registry = current;
     handler->start();
     EXPECT_EQ(1U, pendingAfterFrameOn(old));
     EXPECT_EQ(2U, pendingAfterFrameOn(current));
-
     lib.registry = nullptr;
     handler->shutdown();  // looks at the worker that it is on, not at the current one
     EXPECT_EQ(2U, pendingAfterFrameOn(current));
     EXPECT_EQ(0U, count("Error: "));
-    handler->start();
-    EXPECT_EQ(1U, log.count("Error: ServiceHandler::start - exception: Null pointer"));
-    EXPECT_FALSE(handler->Disposing());
     lib.registry = current;
     handler->start();
     handler = nullptr;  // destroyed without shutdown(), as when it is replaced
@@ -167,111 +127,73 @@ TEST_F(ServiceHandlerTest, ListensOnceWhereverItWasStarted) {
 
 TEST_F(ServiceHandlerTest, NullInterfacesAreLogLines) {
     handler = new TestHandler("Media", nullptr, nullptr, 0, true);
-    handler->setReconnectParameters(1, 60000);
     handler->start();
     handler->setNewServiceAddress("10.0.0.5", 80);
     handler->receive(message("/?name=Media#1-Media"));
     handler->close("reset");
     handler->shutdown();
-    EXPECT_EQ(1U, log.count("Error: ServiceHandler::start - exception: Null pointer"));
+    EXPECT_EQ(1U, log.count(START_FAILED));
     EXPECT_EQ(1U, log.count(REFUSED));
-    EXPECT_EQ(1U, log.count("Warning: ServiceHandler::WebSocketClosedHandler: Could not enqueue message!"));
+    EXPECT_TRUE(log.contains("Warning: ServiceHandler::WebSocketClosedHandler: Could not enqueue message!"));
 }
 
 TEST_F(ServiceHandlerTest, NormalizesUrls) {
     for (const char* text :
          {"http://me@10.0.0.5:80/media/tracks|/media/tracks/", "/media/tracks///|/media/tracks/",
-          "/media|/media/", "/media/tracks/4711/|/media/tracks/4711",
-          "/media/tracks/4711//|/media/tracks/4711", "/|/", "|", "?a=b|?a=b",
+          "/media|/media/", "/media/tracks/4711//|/media/tracks/4711", "/|/", "|", "?a=b|?a=b",
           "/media/tracks/a/b/|/media/tracks/a/b", "http://10.0.0.5|", "/m/a%20b/c%25d|/m/a%20b/c%25d",
-          "/m/t?$fields=a,b#12-m-0xa|/m/t/?%24fields=a%2Cb#12-m-0xa",
-          "/m/t?%24fields=a%2Cb|/m/t/?%24fields=a%2Cb", "/m/t#a%20b|/m/t/#a%20b"}) {
+          "/m/t?$fields=a,b#12-m-0xa|/m/t/?%24fields=a%2Cb#12-m-0xa", "/m/t#a%20b|/m/t/#a%20b",
+          "/m/t/%2F|/m/t/", "/m/$id/|/m/%24id/", "/m/t?a=%2525|/m/t/?a=%2525"}) {
         const Row row(text, "|");
         EXPECT_EQ(row[1], handler->normalizeUrl(row[0])) << text;
+        EXPECT_EQ(row[1], handler->normalizeUrl(row[1])) << text;
     }
     for (const char* bad : {"/m/%zz", "http://[::1", "/m?a=%zz"})
         EXPECT_THROW(handler->normalizeUrl(bad), Poco::SyntaxException) << bad;
-    for (const std::string prefix : {"", "http://10.0.0.5:80"})
-        for (const std::string path :
-             {"",         "/",       "//",       "/m",     "/m//",         "//m/t",      "/m/t",
-              "/m/t/",    "/m/t/1",  "/m/t/1//", "/m//t",  "/m/t/1/2///",  "/m/a%25b/c", "/m/a%3Fb/c%23",
-              "/m/t/%2F", "/m/$id/", "/m/t/%24", "/m/a:b", "/m/t/1%2F%2F", "/ä/ö",       "/m/t/1/$id",
-              "/m/t/a+b"})
-            for (const char* query : {"", "?", "?a=b&c=d", "?$fields=a,b&$expand=2", "?a=%25", "?a=%2525",
-                                      "?a=%3F%2F+%2B", "?a=ä b"})
-                for (const char* fragment : {"", "#", "#12-m-0xa", "#a%20b%25c", "#a%23b?", "#ä"}) {
-                    const std::string url = prefix + path + query + fragment;
-                    const std::string once = handler->normalizeUrl(url);
-                    EXPECT_EQ(once, handler->normalizeUrl(once)) << url;
-                }
-}
-
-TEST_F(ServiceHandlerTest, SplitsFragments) {
-    for (const char* text :
-         {"/x/#12-Media-player|Media|player", "/x/#12-Media|Media|", "/x/#12-Media-|Media|",
-          "/x/#12-Media-a-b|Media|a-b", "/x/#12--a||a", "/x/#-||", "/x/#12||", "/x/||"}) {
-        const Row row(text, "|");
-        std::string first = "old", second = "old";
-        handler->parseUriFragments(row[0], first, second);
-        EXPECT_EQ(row[1] + "|" + row[2], first + "|" + second) << text;
-    }
 }
 
 TEST_F(ServiceHandlerTest, SubscriptionsAreBookedAndLogged) {
-    const auto number = [](const std::string& line) { return std::stoi(line.substr(line.rfind('=') + 1)); };
-    const std::string tag = "booked" + nextId();  // the counters are the process's
-    subscribe("/Media/other", tag);
-    const int total = number(taken()[1]);
-    const auto after = [&](int change) { return std::to_string(static_cast<uint16_t>(total + change)); };
-    const std::string first = "/Media/tracks/#" + nextId() + "-Media-" + tag;
-    EXPECT_EQ(first, subscribe("http://10.0.0.5:80/Media/tracks", tag));
-    EXPECT_THAT(taken(),
-                ElementsAre(ADD + ": subscriptionUri (virtual)=" + first,
-                            ADD + ": subscriptionUri=" + first + ", counter=" + after(1), NO_CONNECTION));
-    const std::string second = "/Media/tracks/#" + nextId() + "-Media";
-    EXPECT_EQ(second, subscribe("/Media/tracks/"));
-    EXPECT_THAT(taken(), ElementsAre(ADD + ": subscriptionUri=" + second + ", counter=" + after(2)));
-
-    const std::string isFirst = ", firstSubscrUri=" + first;
-    handler->removeSubscription(first);
-    EXPECT_THAT(taken(), ElementsAre(REMOVE + "uri=" + first + isFirst,
-                                     REMOVE + "subscriptionUri (virtual)=" + first + ", subscribers left:1",
-                                     REMOVE + "subscriptionUri=" + first + ", fragment=" + tag +
-                                         ", fragmentCounter=1, total counter=" + after(1)));
-    handler->removeSubscription(first);
-    EXPECT_THAT(taken(), ElementsAre(REMOVE + "uri=" + first + isFirst, NOT_FOUND + first));
-    handler->removeSubscription("/Media/none/#1-Media");
-    EXPECT_THAT(taken(), ElementsAre(REMOVE + "uri=/Media/none/#1-Media, firstSubscrUri=",
-                                     NOT_FOUND + "/Media/none/#1-Media"));
+    const std::string id = nextId(), tag = "booked" + id;  // the counters are the process's
+    const std::string first = subscribe("http://10.0.0.5:80/Media/tracks", tag);
+    const std::string second = subscribe("/Media/tracks/");
+    EXPECT_EQ("/Media/tracks/#" + id + "-Media-" + tag, first);
+    for (int i = 0; i < 2; ++i) handler->removeSubscription(first);
     {
         LogCapture quiet(Poco::Message::PRIO_WARNING);  // the total stands still while Info is off
         subscribe("/Media/quiet");
         EXPECT_THAT(quiet.lines(), ElementsAre(NO_CONNECTION));
     }
     handler->removeSubscription(second);
-    const auto lines = taken();
-    EXPECT_THAT(lines, ElementsAre(REMOVE + "uri=" + second + isFirst,
-                                   REMOVE + "subscriptionUri (virtual)=" + second + ", subscribers left:0",
-                                   NO_CONNECTION, StartsWith(REMOVE + "subscriptionUri=" + second)));
-    EXPECT_EQ(after(0), std::to_string(number(lines.back())));
-
     EXPECT_EQ("", subscribe("/Media/%zz"));
     handler->removeSubscription("/Media/%zz");
-    EXPECT_THAT(taken(), ElementsAre(StartsWith("Error: ServiceHandler::addSubscription - exception: "),
-                                     StartsWith("Error: ServiceHandler::removeSubscription - exception: ")));
+
+    const auto lines = taken();
+    const int total = std::stoi(lines.at(1).substr(lines[1].rfind('=') + 1));
+    const auto at = [&](int change) { return std::to_string(static_cast<uint16_t>(total + change)); };
+    const std::string asked = ", firstSubscrUri=" + first, sum = ", total counter=";
+    EXPECT_THAT(
+        lines,
+        ElementsAre(
+            ADD + ": subscriptionUri (virtual)=" + first,
+            ADD + ": subscriptionUri=" + first + ", counter=" + at(0), NO_CONNECTION,
+            ADD + ": subscriptionUri=" + second + ", counter=" + at(1), REMOVE + "uri=" + first + asked,
+            REMOVE + "subscriptionUri (virtual)=" + first + ", subscribers left:1",
+            REMOVE + "subscriptionUri=" + first + ", fragment=" + tag + ", fragmentCounter=0" + sum + at(0),
+            REMOVE + "uri=" + first + asked, NOT_FOUND + first, REMOVE + "uri=" + second + asked,
+            REMOVE + "subscriptionUri (virtual)=" + second + ", subscribers left:0", NO_CONNECTION,
+            AllOf(StartsWith(REMOVE + "subscriptionUri=" + second), EndsWith(sum + at(-1))),
+            StartsWith("Error: ServiceHandler::addSubscription - exception: "),
+            StartsWith("Error: ServiceHandler::removeSubscription - exception: ")));
 }
 
 TEST_F(ServiceHandlerTest, ExpansionNeedsAnElementAndAtMostThreeLevels) {
+    const std::string error = "Error: ServiceHandler::addSubscription: expansion level not valid for URI ";
     for (const char* text : {"/Media/t/1?$expand=1|0", "/Media/t/1?$expand=3|0", "/Media/t/1?$expand=4|1",
                              "/Media/t/1?%24expand=5|1", "/Media/t?$expand=1|1", "/Media/t?$expand=0|0",
                              "/Media/t?$expand=x|0", "/Media/t/1|0", "/Media/t/1?$expand=4294967297|1"}) {
         const Row row(text, "|");
         EXPECT_NE("", subscribe(row[0])) << text;
-        EXPECT_EQ(row[1], std::to_string(
-                              log.count("Error: ServiceHandler::addSubscription: expansion level not valid "
-                                        "for URI " +
-                                        handler->normalizeUrl(row[0]))))
-            << text;
+        EXPECT_EQ(row[1], std::to_string(log.count(error + handler->normalizeUrl(row[0])))) << text;
     }
 }
 
@@ -287,29 +209,18 @@ TEST_F(ServiceHandlerTest, NotifiesSubscribersInOrder) {
         handler->handle(message(echo));
         EXPECT_THAT(notified.events(), ElementsAre(a, b, c)) << echo;
     }
-    EXPECT_THAT(notified.received[0].additionalFragment, "0xa");
-    EXPECT_THAT(notified.received[1].additionalFragment, "");
-    EXPECT_THAT(notified.received[2].additionalFragment, "0xc-d");
-    EXPECT_EQ("data", notified.received[1].type);
-    EXPECT_EQ(handler.get(), notified.received[1].handler);
-    EXPECT_EQ(
-        3U,
-        log.count("Info: virtual void Nubo::Client::ServiceHandler::WebSocketDataAvailableHandlerSync(const "
-                  "Ptr&) notify subscriber " +
-                  b));
+    EXPECT_EQ(3U, log.count(NOTIFY + b));
+    EXPECT_EQ("0xc-d", notified.received[2].additionalFragment);
     handler->removeSubscription(a);  // the first one's URI stays the one that the service knows
     notified.received.clear();
     handler->handle(message(a));
     EXPECT_THAT(notified.events(), ElementsAre(b, c));
 
-    const std::string others[] = {R"({"type":"subscribe","event":")" + a + R"("})",
-                                  message("/Media/tracks/#1-Tuner"),
-                                  message("/Media/tracks/#1-media"),
-                                  message("/Media/tracks/#1"),
-                                  message("/Media/tracks/"),
-                                  message("/?name=Media#1-Media")};
     notified.received.clear();
-    for (const auto& other : others) {
+    for (const auto& other :
+         {R"({"type":"subscribe","event":")" + a + R"("})", message("/Media/tracks/#1-Tuner"),
+          message("/Media/tracks/#1-media"), message("/Media/tracks/#1"), message("/Media/tracks/"),
+          message("/?name=Media#1-Media")}) {
         handler->handle(other);
         handler->receive(other);
     }
@@ -325,14 +236,15 @@ TEST_F(ServiceHandlerTest, FurtherSubscribersAreServedCurrentData) {
     Notifications notified(handler);
     log.clear();
     const std::string second = subscribe("/Media/tracks", "0xb");
-    EXPECT_EQ(ADD + " and notify with current data: subscriptionUri (virtual)=" + second, taken()[0]);
+    EXPECT_THAT(taken(),  // nothing is sent
+                ElementsAre(ADD + " and notify with current data: subscriptionUri (virtual)=" + second,
+                            StartsWith(ADD + ": subscriptionUri=" + second)));
     EXPECT_THAT(notified.events(), IsEmpty());  // on the caller's thread, but not inside the call
     EXPECT_EQ(1U, sink.dispatch());
     ASSERT_THAT(notified.events(), ElementsAre(second));
     EXPECT_EQ("0xb", notified.received[0].additionalFragment);
     EXPECT_EQ(R"({"code":410,"data":{"a":[1]},"event":")" + second + R"(","type":"error"})",
               written(*notified.received[0].container));
-    EXPECT_EQ(0U, count("Error: "));  // nothing was sent
     sink.refuse(true);
     EXPECT_NE("", subscribe("/Media/tracks"));
     EXPECT_EQ(1U, log.count(REFUSED));
@@ -355,9 +267,8 @@ TEST_F(ServiceHandlerTest, SubscribersMayChangeSubscriptionsAndThrow) {
     EXPECT_THAT(notified.events(), ElementsAre(uris[0], uris[1], uris[3]));
     EXPECT_EQ(1U, log.count(SYNC + "exception: Runtime exception: subscriber"));
     EXPECT_EQ(1U, log.count(SYNC + "unknown exception: "));
-    notified.received.clear();
     sink.dispatch();
-    EXPECT_THAT(notified.events(), ElementsAre(late));
+    EXPECT_EQ(late, notified.events().back());
 
     bad.then = [&](const auto&) {
         for (const auto& uri : {uris[1], uris[3], late}) handler->removeSubscription(uri);
@@ -369,11 +280,9 @@ TEST_F(ServiceHandlerTest, SubscribersMayChangeSubscriptionsAndThrow) {
 
 TEST_F(ServiceHandlerTest, RefreshMovesASubscription) {
     std::string current, id;
-    handler->RefreshSubscription(current, id, "/Media/a");
+    for (int i = 0; i < 2; ++i) handler->RefreshSubscription(current, id, "/Media/a");
     const std::string first = id;
-    EXPECT_THAT(first, StartsWith("/Media/a/#"));
-    handler->RefreshSubscription(current, id, "/Media/a");
-    EXPECT_EQ(first, id);
+    EXPECT_EQ(1U, count(ADD + ": subscriptionUri=/Media/a/#"));
     handler->RefreshSubscription(current, id, "/Media/b");
     EXPECT_EQ("/Media/b", current);
     EXPECT_THAT(id, StartsWith("/Media/b/#"));
@@ -383,69 +292,47 @@ TEST_F(ServiceHandlerTest, RefreshMovesASubscription) {
 }
 
 TEST_F(ServiceHandlerTest, ElementHasGoneWithError410) {
-    for (const char* text :
-         {R"(error|{"code":410}|1)", R"(error|{"code":"410"}|1)", R"(error|{"code":404}|0)", "error|{}|0",
-          R"(data|{"code":410}|0)", R"(subscribe|{"code":410}|0)"}) {
+    for (const char* text : {R"(error|{"code":410}|1)", R"(error|{"code":"410"}|1)",
+                             R"(error|{"code":404}|0)", R"(error|{}|0)", R"(data|{"code":410}|0)"}) {
         const Row row(text, "|");
         const Notifications::Data notification{handler.get(), "", parsed(row[1]), "", row[0]};
         EXPECT_EQ(row[2] == "1", notification.hasElementGone()) << text;
     }
-    const Notifications::Data empty{handler.get(), "", parsed(R"({"code":null})"), "", "error"};
-    EXPECT_THROW(empty.hasElementGone(), Poco::InvalidAccessException);
 }
 
 TEST_F(ServiceHandlerTest, FollowsTheRegistrysRecords) {
-    const auto record = [](const std::string& rest) { return R"([{"name":"Media",)" + rest + "}]"; };
     const std::string here = "Media (" + Nubo::ServiceRegistryConnection::ADDRESS + "):";
     const std::string kept = "Media (1.2.3.4):5", gone = "Media ():0";
-    const struct {
-        std::string data, expected;
-        unsigned errors;
-    } cases[] = {
-        {record(R"("uri":"http://10.0.0.5:99/Media/","port":80)"), "Media (10.0.0.5):80", 0},
-        {record(R"("uri":"/Media/","port":80)"), here + "80", 0},
-        {record(R"("uri":"/Media/","port":"80")"), here + "80", 0},
-        {record(R"("uri":"http://[::1]:1/Media/","port":65535)"), "Media (::1):65535", 0},
-        {R"([null,7,[],{"port":1},{"name":7},{"name":"media","uri":"/","port":1},)"
-         R"({"name":"Media","uri":"//x","port":2},{"name":"Media","uri":"/","port":3}])",
-         here + "2", 0},
-        {"[]", gone, 0},
-        {R"([{"name":"Tuner","uri":"/","port":1}])", gone, 0},
-        {record(R"("uri":"http://1.2.3.4/","port":5)"), kept, 0},
-        {record(R"("uri":"/","port":65536)"), kept, 1},
-        {record(R"("uri":"/","port":-1)"), kept, 1},
-        {record(R"("uri":"/","port":"80x")"), kept, 1},
-        {record(R"("uri":"/","port":"")"), kept, 1},
-        {record(R"("uri":"/","port":{})"), kept, 1},
-        {record(R"("uri":"/","port":null)"), kept, 1},
-        {record(R"("uri":"/")"), kept, 1},
-        {record(R"("uri":"http://[::1/","port":1)"), kept, 1},
-        {record(R"("uri":{},"port":1)"), kept, 1},
-        {record(R"("port":1)"), kept, 1},
-        {"{}", kept, 0},
-        {"7", kept, 0},
-        {"null", kept, 0},
-    };
-    for (const auto& row : cases) {
+    const auto expectAfter = [&](const std::string& data, const std::string& expected, unsigned errors = 0) {
         handler = make();
         handler->setNewServiceAddress("1.2.3.4", 5);
         const int before = lib.attempts;
         log.clear();
-        handler->handle(message("/?name=Media#1-Media", row.data));
-        EXPECT_EQ(row.expected,
+        handler->handle(message("/?name=Media#1-Media", data));
+        EXPECT_EQ(expected,
                   handler->getServiceDescription() + ":" + std::to_string(handler->getServicePort()))
-            << row.data;
-        EXPECT_EQ(row.expected != gone, handler->isAvailable()) << row.data;
-        EXPECT_EQ(before, lib.attempts) << row.data;  // a connected service keeps its connection
-        EXPECT_EQ(row.errors, count(SYNC + "exception: ")) << row.data;
-        if (row.expected == kept) {
-            EXPECT_EQ(row.errors, log.lines().size()) << row.data;
-        }
-    }
+            << data;
+        EXPECT_EQ(before, lib.attempts) << data;  // a connected service keeps its connection
+        EXPECT_EQ(errors, count(SYNC + "exception: ")) << data;
+        EXPECT_TRUE(expected != kept || errors == log.lines().size()) << data;
+    };
+    const auto record = [](const std::string& rest) { return R"([{"name":"Media",)" + rest + "}]"; };
+    expectAfter(record(R"("uri":"http://10.0.0.5:99/Media/","port":80)"), "Media (10.0.0.5):80");
+    expectAfter(record(R"("uri":"/Media/","port":"80")"), here + "80");
+    expectAfter(record(R"("uri":"http://[::1]:1/Media/","port":65535)"), "Media (::1):65535");
+    expectAfter(R"([null,7,[],{"port":1},{"name":7},{"name":"media","uri":"/","port":1},)"
+                R"({"name":"Media","uri":"//x","port":2},{"name":"Media","uri":"/","port":3}])",
+                here + "2");
+    for (const char* without : {"[]", R"([{"name":"Tuner","uri":"/","port":1}])"}) expectAfter(without, gone);
+    for (const std::string& same : {record(R"("uri":"http://1.2.3.4/","port":5)"), std::string("{}")})
+        expectAfter(same, kept);
+    for (const char* invalid :
+         {R"("uri":"/","port":65536)", R"("uri":"/","port":-1)", R"("uri":"/","port":"80x")",
+          R"("uri":"/","port":"")", R"("uri":"/","port":{})", R"("uri":"/","port":null)", R"("uri":"/")",
+          R"("uri":"http://[::1/","port":1)", R"("uri":{},"port":1)", R"("port":1)"})
+        expectAfter(record(invalid), kept, 1);
     handler->handle(R"({"type":"error","event":"/#1-Media","data":[]})");
     EXPECT_TRUE(handler->isAvailable());
-    handler->handle(message("/#1-Media", record(R"("uri":"/")")));
-    EXPECT_THAT(taken().back(), testing::HasSubstr("Can not convert empty value."));
 }
 
 TEST_F(ServiceHandlerTest, AnEventWithoutServiceIsNobodys) {
@@ -456,45 +343,31 @@ TEST_F(ServiceHandlerTest, AnEventWithoutServiceIsNobodys) {
         EXPECT_TRUE(registry.isAvailable()) << event;
     }
     EXPECT_EQ("ServiceRegistry", registry.getServiceDescription());
-    registry.shutdown();
-    EXPECT_FALSE(registry.isAvailable());
 }
 
 TEST_F(ServiceHandlerTest, FramesBecomeMessages) {
     const std::string good = message("/Media/t/#1-Media");
+    const auto expectLines = [&](const std::string& frame, std::size_t messages, std::size_t errors,
+                                 std::size_t warnings) {
+        log.clear();
+        handler->receive(frame);
+        EXPECT_EQ(messages, sink.dispatch()) << frame;
+        EXPECT_EQ(messages, log.count("Info: OnWebSocketNotification: " + good)) << frame;
+        EXPECT_EQ(errors, count("Error: OnWebSocketNotification: error parsing JSON: ")) << frame;
+        EXPECT_EQ(warnings, count("Warning: ")) << frame;
+    };
+    expectLines("\x1E" + good + " \x1E\n[" + good + "," + good + "]", 3, 0, 0);
+    expectLines(good + R"({"type":"data","event)", 1, 0, 1);
+    expectLines("[1,2] }} \xFF", 0, 0, 0);
     std::string nested = "1";
     for (int i = 0; i < 300; ++i) nested = R"({"a":)" + nested + "}";
-    const struct {
-        std::string frame;
-        std::size_t messages, errors, warnings;
-    } cases[] = {
-        {good, 1, 0, 0},
-        {good + good, 2, 0, 0},
-        {"\x1E" + good + " \x1E\n[" + good + "," + good + "]", 3, 0, 0},
-        {"{broken json}" + good, 1, 1, 0},
-        {good + message("/%zz#1-Media") + good, 2, 1, 0},
-        {R"({"type":"data"})" + good, 1, 1, 0},
-        {R"({"event":"/#1-Media"})" + good, 1, 1, 0},
-        {R"({"type":7,"event":"/#1-Media"})" + good, 1, 1, 0},
-        {R"({"type":"data","event":["/#1-Media"]})" + good, 1, 1, 0},
-        {R"({"type":"data","event":null})" + good, 1, 1, 0},
-        {message("/Media/t/#1-Media", nested) + good, 1, 1, 0},
-        {message("/Media/t/#1-Media", "1e999") + good, 1, 1, 0},
-        {good + R"({"type":"data","event)", 1, 0, 1},
-        {"[1,2] }} \xFF", 0, 0, 0},
-    };
-    for (const auto& row : cases) {
-        log.clear();
-        handler->receive(row.frame);
-        EXPECT_EQ(row.messages, sink.pending()) << row.frame;
-        EXPECT_EQ(row.messages, log.count("Info: OnWebSocketNotification: " + good)) << row.frame;
-        EXPECT_EQ(row.errors, count("Error: OnWebSocketNotification: error parsing JSON: ")) << row.frame;
-        EXPECT_EQ(row.warnings, count("Warning: ")) << row.frame;
-        EXPECT_EQ(row.messages + row.errors + row.warnings, log.lines().size()) << row.frame;
-        sink.dispatch();
-    }
+    nested = message("/Media/t/#1-Media", nested);
+    for (const char* bad : {"{broken json}", R"({"type":"data"})", R"({"event":"/#1-Media"})", nested.c_str(),
+                            R"({"type":7,"event":"/#1-Media"})", R"({"type":"data","event":["/#1-Media"]})",
+                            R"({"type":"data","event":null})", R"({"type":"data","event":"/%zz#1-Media"})",
+                            R"({"type":"data","event":"/Media/t/#1-Media","data":1e999})"})
+        expectLines(good + bad + good, 2, 1, 0);
     sink.refuse(true);
-    log.clear();
     handler->receive(good + good);
     EXPECT_EQ(2U, log.count(REFUSED));
 }
@@ -519,18 +392,11 @@ using ServiceHandlerWireTest = ClientTest;
 
 TEST_F(ServiceHandlerWireTest, OneRequestPerResource) {
     auto handler = connect();
-    const auto sent = [&](std::size_t n) {
-        return eventually([&] { return media.record().requests().size() == n; });
-    };
     const std::string first = handler->addSubscription("/Media/tracks?$fields=a,b", "0xa", true);
     const std::string second = handler->addSubscription("/Media/tracks?$fields=a,b", "0xb", false);
     const std::string other = handler->addSubscription("/Media/tracks/1", "", false);
-    ASSERT_TRUE(sent(2));
-    handler->removeSubscription(first);
-    handler->removeSubscription(other);
-    ASSERT_TRUE(sent(3));
-    handler->removeSubscription(second);
-    ASSERT_TRUE(sent(4));
+    for (const auto& uri : {first, other, second}) handler->removeSubscription(uri);
+    ASSERT_TRUE(eventually([&] { return media.record().requests().size() >= 4; }));
     const auto request = [](const std::string& type, const std::string& event, const std::string& more = "") {
         return "{" + more + R"("event":")" + event + R"(","interval":0,"type":")" + type +
                R"(","updateLimit":100})";
@@ -541,53 +407,18 @@ TEST_F(ServiceHandlerWireTest, OneRequestPerResource) {
     EXPECT_THAT(texts, ElementsAre(request("subscribe", first, automatic), request("subscribe", other),
                                    request("unsubscribe", other), request("unsubscribe", first, automatic)));
     EXPECT_EQ("/Media", media.record().upgradeRequests()[0].uri);
-    const auto registered = platform.registry().record().requests();
-    ASSERT_EQ(1U, registered.size());
-    EXPECT_THAT(registered[0].text,
+    EXPECT_THAT(platform.registry().record().requests().at(0).text,
                 testing::MatchesRegex(R"(.*"event":"/\?name=Media#[0-9]+-Media","type":"subscribe"\})"));
 }
 
-TEST_F(ServiceHandlerWireTest, OddRegistryFramesWithdrawNothing) {
-    auto handler = connect();
-    Announcements announced(handler);
-    for (const char* frame :
-         {R"({"type":"data","event":"/","data":[]})", R"({"type":"data","event":"/#1-","data":[]})",
-          "{broken}", "[]", R"({"type":"data","event":"/#1-Tuner","data":[]})"})
-        EXPECT_EQ(1U, platform.registry().pushRaw(frame));
-    media.withdraw();
-    ASSERT_TRUE(eventually([&] { return announced.states.size() == 1; }));
-    media.registerService();
-    ASSERT_TRUE(eventually([&] { return announced.states.size() == 2; }));
-    EXPECT_EQ(1U, platform.registry().record().upgrades());
-}
-
-TEST_F(ServiceHandlerWireTest, ClientObjectsLifecycle) {
+TEST_F(ServiceHandlerWireTest, ClientKnowsItsHandlersByName) {
     EXPECT_THROW(lib.addService(nullptr), Poco::NullPointerException);
-    EXPECT_TRUE(lib.getServiceRegistryWebSocket().isNull());
-    auto early = add();  // before startup(): starts with the registry's connection
-    EXPECT_EQ(1U, log.count("Error: ServiceHandler::start - exception: Null pointer"));
-    EXPECT_EQ(early, lib.getServiceHandler("Media"));
-    for (const char* name : {"", "media"}) {
-        EXPECT_TRUE(lib.getServiceHandler(name).isNull());
-        EXPECT_EQ(1U,
-                  log.count("Error: virtual Nubo::Client::ServiceHandler::Ptr Nubo::Client::ClientLib::"
+    auto handler = add();
+    EXPECT_EQ(handler, lib.getServiceHandler("Media"));
+    EXPECT_TRUE(lib.getServiceHandler("media").isNull());
+    EXPECT_EQ(1U, log.count("Error: virtual Nubo::Client::ServiceHandler::Ptr Nubo::Client::ClientLib::"
                             "getServiceHandler(const string&) const: getServiceHandler returned nullptr for "
-                            "service: " +
-                            std::string(name)));
-    }
-    lib.startup();
-    ASSERT_TRUE(eventually([&] { return early->isAvailable(); }));
-    auto own = lib.createNewWebsocket("Media", media.address(), media.port(), 0);  // the application's
-    EXPECT_EQ(2U, media.openSockets());
-    lib.shutdown();
-    EXPECT_FALSE(early->isAvailable());
-    EXPECT_TRUE(platform.waitFor([&] { return media.openSockets() == 0; }, DEADLINE));
-    log.clear();
-    lib.shutdown();
-    EXPECT_THAT(log.lines(), IsEmpty());
-    EXPECT_THROW(lib.getServiceRegistryWebSocket(), Poco::NullPointerException);
-    EXPECT_THROW(lib.startup(), Poco::NullPointerException);
-    EXPECT_EQ(early, lib.getServiceHandler("Media"));
+                            "service: media"));
 }
 
 }  // namespace

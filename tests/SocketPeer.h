@@ -1,23 +1,48 @@
 #ifndef TESTS_SOCKETPEER_H
 #define TESTS_SOCKETPEER_H
 
-#include <Poco/Base64Encoder.h>
-#include <Poco/SHA1Engine.h>
-#include <arpa/inet.h>
+#include <Poco/Net/NetException.h>
+#include <Poco/Net/ServerSocket.h>
+#include <Poco/Net/WebSocket.h>
 #include <gtest/gtest.h>
-#include <netinet/tcp.h>
-#include <poll.h>
-#include <sys/socket.h>
-#include <unistd.h>
 
-#include <chrono>
-#include <sstream>
 #include <stdexcept>
 #include <string>
-#include <utility>
 
-/// The server's side of one WebSocket, on plain system calls, so that it can do all that a peer should not.
-/// Every wait has a deadline and fails with std::runtime_error.
+/// A client's HTTP request, byte for byte.
+struct RawRequest {
+    /// Reads it whole, or up to the end of the stream.
+    explicit RawRequest(Poco::Net::StreamSocket socket) {
+        std::size_t wanted = std::string::npos;
+        char room[4096];
+        while (text.size() < wanted) {
+            const int size = socket.receiveBytes(room, sizeof room);
+            if (size <= 0) break;
+            text.append(room, static_cast<std::size_t>(size));
+            const std::size_t head = text.find("\r\n\r\n");
+            const std::string length = header("Content-Length");
+            if (head != std::string::npos) wanted = head + 4 + (length.empty() ? 0 : std::stoul(length));
+        }
+    }
+    std::string header(const std::string& name) const {
+        const std::size_t at = text.find("\r\n" + name + ": ");
+        if (at == std::string::npos) return "";
+        const std::size_t value = at + name.size() + 4;
+        return text.substr(value, text.find("\r\n", value) - value);
+    }
+    /// What RFC 6455 has its key answered with.
+    std::string accept() const {
+        struct Handshake : Poco::Net::WebSocket {
+            using WebSocket::computeAccept;
+        };
+        return Handshake::computeAccept(header("Sec-WebSocket-Key"));
+    }
+
+    std::string text;
+};
+
+/// The server's side of one WebSocket, byte by byte, so that it can do all that a peer should not. Every wait
+/// has a deadline and fails with an exception.
 class SocketPeer {
 public:
     struct Frame {
@@ -25,42 +50,24 @@ public:
         std::string payload;
     };
 
-    explicit SocketPeer(int descriptor) : _descriptor(descriptor) {}
-    SocketPeer(SocketPeer&& other) noexcept
-        : _descriptor(std::exchange(other._descriptor, -1)), _received(std::move(other._received)) {}
-    ~SocketPeer() { close(); }
-
-    void close() {
-        if (_descriptor >= 0) ::close(std::exchange(_descriptor, -1));
+    explicit SocketPeer(const Poco::Net::StreamSocket& socket) : _socket(socket) {
+        _socket.setReceiveTimeout(Poco::Timespan(20, 0));
+        _socket.setNoDelay(true);
     }
 
+    void close() { _socket.close(); }
     void reset() {
-        const linger atOnce{1, 0};
-        ::setsockopt(_descriptor, SOL_SOCKET, SO_LINGER, &atOnce, sizeof atOnce);
+        _socket.setLinger(true, 0);
         close();
     }
-
     void send(const std::string& bytes) {
-        std::size_t done = 0;
-        while (done < bytes.size()) {
-            const ssize_t sent = ::send(_descriptor, bytes.data() + done, bytes.size() - done, MSG_NOSIGNAL);
-            if (sent <= 0) throw std::runtime_error("peer cannot send");
-            done += static_cast<std::size_t>(sent);
-        }
+        _socket.sendBytes(bytes.data(), static_cast<int>(bytes.size()), MSG_NOSIGNAL);
     }
-
     /// Returns when something has come, which it leaves where it is.
-    void awaitData() const {
-        pollfd wait{_descriptor, POLLIN, 0};
-        if (::poll(&wait, 1, 20000) != 1) throw std::runtime_error("peer: nothing came");
+    void awaitData() {
+        char byte = 0;
+        _socket.receiveBytes(&byte, 1, MSG_PEEK);
     }
-
-    /// Reads up to and with `end`.
-    std::string readUntil(const std::string& end) {
-        while (_received.find(end) == std::string::npos) readSome();
-        return take(_received.find(end) + end.size());
-    }
-
     /// The client's next frame, unmasked.
     Frame receive() {
         Frame frame;
@@ -75,48 +82,40 @@ public:
             frame.payload[i] = static_cast<char>(frame.payload[i] ^ mask[i % 4]);
         return frame;
     }
-
     /// Whether the stream ends here, in whatever way.
     bool atEnd() { return _received.empty() && !readMore(); }
-
     /// Reads a little of what has come, if anything has.
     void readALittle() {
         char room[4096];
-        if (::recv(_descriptor, room, sizeof room, MSG_DONTWAIT) < 0 && errno != EAGAIN)
-            throw std::runtime_error("peer cannot read");
+        if (_socket.available() > 0) _socket.receiveBytes(room, sizeof room);
     }
 
 private:
-    std::string take(std::size_t size) {
-        std::string taken = _received.substr(0, size);
+    std::string read(std::size_t size) {
+        while (_received.size() < size)
+            if (!readMore()) throw std::runtime_error("peer: end of stream");
+        const std::string taken = _received.substr(0, size);
         _received.erase(0, size);
         return taken;
     }
-
-    std::string read(std::size_t size) {
-        while (_received.size() < size) readSome();
-        return take(size);
-    }
-
     std::size_t readNumber(std::size_t bytes) {
         std::size_t number = 0;
         for (const char byte : read(bytes)) number = number << 8 | static_cast<unsigned char>(byte);
         return number;
     }
-
-    void readSome() {
-        if (!readMore()) throw std::runtime_error("peer: end of stream");
-    }
-
     bool readMore() {
-        awaitData();
         char room[64 * 1024];
-        const ssize_t size = ::recv(_descriptor, room, sizeof room, 0);
-        if (size > 0) _received.append(room, static_cast<std::size_t>(size));
+        int size = 0;
+        try {
+            size = _socket.receiveBytes(room, sizeof room);
+        } catch (const Poco::Net::NetException&) {
+            // A reset is an end too.
+        }
+        _received.append(room, static_cast<std::size_t>(size));
         return size > 0;
     }
 
-    int _descriptor;
+    Poco::Net::StreamSocket _socket;
     std::string _received;
 };
 
@@ -124,57 +123,30 @@ private:
 class SocketListener {
 public:
     /// @param receiveBuffer  of the connections, in bytes.
-    explicit SocketListener(int receiveBuffer)
-        : _descriptor(::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0)) {
-        ::setsockopt(_descriptor, SOL_SOCKET, SO_RCVBUF, &receiveBuffer, sizeof receiveBuffer);
-        sockaddr_in address{};
-        address.sin_family = AF_INET;
-        address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-        socklen_t size = sizeof address;
-        auto* const generic = reinterpret_cast<sockaddr*>(&address);
-        if (::bind(_descriptor, generic, size) != 0 || ::listen(_descriptor, 16) != 0)
-            throw std::runtime_error("listener cannot listen");
-        ::getsockname(_descriptor, generic, &size);
-        _port = ntohs(address.sin_port);
+    explicit SocketListener(int receiveBuffer) {
+        _server.bind(Poco::Net::SocketAddress("127.0.0.1", 0));
+        _server.setReceiveBufferSize(receiveBuffer);
+        _server.setReceiveTimeout(Poco::Timespan(20, 0));
+        _server.listen(16);
     }
-    ~SocketListener() { ::close(_descriptor); }
-    SocketListener(const SocketListener&) = delete;
-    SocketListener& operator=(const SocketListener&) = delete;
 
-    unsigned short port() const { return _port; }
+    unsigned short port() const { return _server.address().port(); }
 
     /// The next connection, its request read; `key` becomes the one for answer().
     SocketPeer accept(std::string& key) {
-        pollfd wait{_descriptor, POLLIN, 0};
-        if (::poll(&wait, 1, 20000) != 1) throw std::runtime_error("listener: nobody came");
-        const int accepted = ::accept4(_descriptor, nullptr, nullptr, SOCK_CLOEXEC);
-        const int atOnce = 1;
-        ::setsockopt(accepted, IPPROTO_TCP, TCP_NODELAY, &atOnce, sizeof atOnce);
-        SocketPeer peer(accepted);
-        const std::string request = peer.readUntil("\r\n\r\n");
-        const std::string name = "Sec-WebSocket-Key: ";
-        key = request.substr(request.find(name) + name.size(), 24);
-        return peer;
+        const auto stream = _server.acceptConnection();
+        key = RawRequest(stream).accept();
+        return SocketPeer(stream);
     }
-
     /// The answer that completes the upgrade.
     static std::string answer(const std::string& key) {
-        Poco::SHA1Engine hash;
-        hash.update(key + "258EAFA5-E914-47DA-95CA-C5AB0DC85B11");
-        const auto& digest = hash.digest();
-        std::ostringstream text;
-        Poco::Base64Encoder encoder(text);
-        encoder.write(reinterpret_cast<const char*>(digest.data()),
-                      static_cast<std::streamsize>(digest.size()));
-        encoder.close();
         return "HTTP/1.1 101 Switching Protocols\r\nUpgrade: websocket\r\nConnection: keep-alive, Upgrade\r\n"
                "Sec-WebSocket-Accept: " +
-               text.str() + "\r\n\r\n";
+               key + "\r\n\r\n";
     }
 
 private:
-    const int _descriptor;
-    unsigned short _port = 0;
+    Poco::Net::ServerSocket _server;
 };
 
 #endif
