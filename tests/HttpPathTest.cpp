@@ -83,7 +83,7 @@ TEST_F(HttpPathTest, RequestsOnTheWire) {
     EXPECT_EQ(start + "charset=utf-8\r\nUser-Agent: Unit/1.0\r\n" + rest, registered.requests().at(1));
     const std::string redirection = answer("307 Moved", "", "Location: http://127.0.0.1:1/M/t\r\n");
     const LogCapture log;
-    for (const std::string form : {"localhost", "::1", "[::1]"}) {
+    for (const std::string form : {"127.1", "::1", "[::1]"}) {
         const auto peer = RawPeer::at(form, redirection, RawPeer::Then::Close);
         if (!peer) GTEST_SKIP() << "no IPv6 on this machine";
         EXPECT_FALSE(client.sendRequest(form, peer->port(), response, body, "GET", "/a", ""));

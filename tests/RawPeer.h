@@ -60,7 +60,8 @@ public:
         _port = _server.address().port();
         _thread = std::thread([this] { serve(); });
     }
-    /// For "127.0.0.1", "localhost" and "::1" with or without brackets. Null where there is no IPv6.
+    /// For "::1" with or without brackets, null where there is no IPv6; else for 127.0.0.1, however it is
+    /// written.
     static std::unique_ptr<RawPeer> at(const std::string& host, const std::string& answer, Then then) {
         try {
             const bool v6 = host.find(':') != std::string::npos;
