@@ -202,7 +202,11 @@ private:
         service.goSilent();
         *sender << Nubo::Command::WebSocketRequestObject("", std::string(1'000'000, 'x'), 0, 1, nullptr,
                                                          false);
-        waitFor([&] { return !socket->poll(0, Poco::Net::Socket::SELECT_WRITE); });
+        waitFor([&] {
+            if (!sender->getSocketMutex().tryLock()) return true;  // its thread has it while it sends
+            sender->getSocketMutex().unlock();
+            return false;
+        });
     }
 
     void tearDown() {
