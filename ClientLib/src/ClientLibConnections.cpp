@@ -118,27 +118,27 @@ void ClientLib::destroyWebsocket(WebSocketRequestHandler::Ptr wsReqHandler) {
         const auto found = std::find_if(_connections.begin(), _connections.end(), isSame);
         if (found != _connections.end()) _connections.erase(found);
     }
-    Nubo::Util::MutexLock delivered(_mutexDelivery);
+    Nubo::Util::MutexLock delivered(_mutexDelivery);  // only waits for who has it now
 }
 
-// Held lock: _mutexConnections. A worker without a socket has shut down and owns none.
-ClientLib::WebsocketRequestHandlerContainer::iterator ClientLib::findConnection(const WebSocket& socket) {
-    return std::find_if(_connections.begin(), _connections.end(),
-                        [&](const WebSocketRequestHandler::Ptr& worker) {
-                            const auto own = worker->getSocket();
-                            return own && own->impl() == socket.impl();
-                        });
+// A worker without a socket has shut down and owns none.
+// @return null when none has this socket
+WebSocketRequestHandler::Ptr ClientLib::findWorker(const WebSocket& socket, AfterFinding after) {
+    Lock lock(_mutexConnections);
+    const auto found = std::find_if(_connections.begin(), _connections.end(), [&](const auto& worker) {
+        const auto own = worker->getSocket();
+        return own && own->impl() == socket.impl();
+    });
+    if (found == _connections.end()) return nullptr;
+    const WebSocketRequestHandler::Ptr worker = *found;
+    if (after == AfterFinding::Forget) _connections.erase(found);
+    return worker;
 }
 
 void ClientLib::DataAvailableHandler(const WebsocketDataEventPayload& data) {
     {
         Nubo::Util::MutexLock delivery(_mutexDelivery);
-        WebSocketRequestHandler::Ptr worker;
-        {
-            Lock lock(_mutexConnections);
-            const auto found = findConnection(*data.webSocketProxy.webSocket);
-            if (found != _connections.end()) worker = *found;
-        }
+        auto worker = findWorker(*data.webSocketProxy.webSocket, AfterFinding::Keep);
         if (!worker || m_disposing) return;
         worker->enqueueSocketData(data);
     }
@@ -149,15 +149,7 @@ void ClientLib::SocketClosedHandler(const WebsocketEventPayload& payload) {
     ZOL_LOG_DEBUG(SOCKET_CLOSED_HANDLER);
     {
         Nubo::Util::MutexLock delivery(_mutexDelivery);
-        WebSocketRequestHandler::Ptr worker;
-        {
-            Lock lock(_mutexConnections);
-            const auto found = findConnection(*payload.webSocketProxy.webSocket);
-            if (found != _connections.end()) {
-                worker = *found;
-                _connections.erase(found);
-            }
-        }
+        auto worker = findWorker(*payload.webSocketProxy.webSocket, AfterFinding::Forget);
         if (!worker || m_disposing) return;
         worker->socketClosedHandler(payload);
     }

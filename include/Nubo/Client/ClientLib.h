@@ -182,7 +182,8 @@ private:
     WebSocketRequestHandler::Ptr registerConnection(Poco::SharedPtr<Poco::Net::WebSocket>& socket,
                                                     long timeoutMs);
     Poco::SharedPtr<Nubo::Net::WebsocketConnectionManager> connectionManager() const;
-    WebsocketRequestHandlerContainer::iterator findConnection(const Poco::Net::WebSocket& socket);
+    enum class AfterFinding { Keep, Forget };
+    WebSocketRequestHandler::Ptr findWorker(const Poco::Net::WebSocket& socket, AfterFinding after);
     void exchangeConnectionManager(Poco::SharedPtr<Nubo::Net::WebsocketConnectionManager> manager);
     void unwireTransport();
     void closeConnections();
