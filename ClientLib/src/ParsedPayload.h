@@ -4,6 +4,7 @@
 #include <Nubo/Net/WebsocketDataEventPayload.h>
 #include <Poco/JSON/Object.h>
 
+#include <algorithm>
 #include <array>
 #include <cstddef>
 #include <optional>
@@ -33,7 +34,10 @@ std::vector<ParsedText_t> parseBlock(const std::string& block);
 class LastObjects {
 public:
     void add(const Poco::JSON::Object::Ptr& object) { _objects[_next++ % _objects.size()] = object; }
-    void clear() { _objects.fill(nullptr); }
+    void clear() {
+        std::fill_n(_objects.begin(), std::min(_next, _objects.size()), nullptr);
+        _next = 0;
+    }
 
 private:
     std::array<Poco::JSON::Object::Ptr, 64> _objects;
