@@ -16,8 +16,6 @@
 
 #include <algorithm>
 #include <chrono>
-#include <filesystem>
-#include <fstream>
 #include <iostream>
 #include <map>
 #include <memory>
@@ -26,6 +24,8 @@
 #include <string>
 #include <thread>
 #include <vector>
+
+#include "Usage.h"
 
 using namespace Nubo::Client;
 using namespace Nubo::Simulator;
@@ -50,15 +50,8 @@ struct Footprint_t {
     std::size_t threads = 0, descriptors = 0;
 };
 
-std::size_t entries(const char* folder) {
-    return static_cast<std::size_t>(std::distance(std::filesystem::directory_iterator(folder), {}));
-}
-
 Footprint_t footprint() {
-    std::ifstream statm("/proc/self/statm");
-    long pages = 0;
-    statm >> pages >> pages;
-    return {pages * 4, entries("/proc/self/task"), entries("/proc/self/fd")};
+    return {static_cast<long>(usage::residentKiB()), usage::threads(), usage::descriptors()};
 }
 
 /// How often each subscriber was told of each change, by the number that the change carries.

@@ -15,7 +15,6 @@
 #include <algorithm>
 #include <atomic>
 #include <condition_variable>
-#include <filesystem>
 #include <functional>
 #include <future>
 #include <mutex>
@@ -23,6 +22,7 @@
 #include <thread>
 #include <vector>
 
+#include "Footprint.h"
 #include "Frames.h"
 #include "SocketPeer.h"
 
@@ -51,10 +51,6 @@ bool eventually(const Condition& condition) {
         std::this_thread::sleep_for(1ms);
     }
     return true;
-}
-
-std::ptrdiff_t entriesOf(const char* directory) {
-    return std::distance(std::filesystem::directory_iterator(directory), {});
 }
 
 SocketPtr open(unsigned short port, const ManagerPtr& manager, const std::string& host = "127.0.0.1") {
@@ -446,7 +442,7 @@ TEST_F(ConnectionManager, ItsEndIsReportedAndPayloadsOutliveIt) {
 }
 
 TEST_F(ConnectionManager, AnUpgradeThatDripsIsEndedAndLeavesNoDescriptor) {
-    const auto before = entriesOf("/proc/self/fd");
+    const auto before = descriptorCount();
     auto opening = std::async(std::launch::async, [this] { return open(listener.port(), manager); });
     std::string key;
     SocketPeer peer = listener.accept(key);
@@ -460,19 +456,19 @@ TEST_F(ConnectionManager, AnUpgradeThatDripsIsEndedAndLeavesNoDescriptor) {
         EXPECT_NE(e.displayText().find("not finished in time"), std::string::npos) << e.displayText();
     }
     peer.close();
-    EXPECT_EQ(entriesOf("/proc/self/fd"), before);
+    EXPECT_EQ(descriptorCount(), before);
 }
 
 TEST_F(ConnectionManager, ManyConnectionsLeaveNothingBehind) {
-    const auto threads = entriesOf("/proc/self/task");
-    const auto descriptors = entriesOf("/proc/self/fd");
+    const auto threads = threadCount();
+    const auto descriptors = descriptorCount();
     for (int i = 0; i < 600; ++i) {
         Link link = add(i % 3 == 0 ? frames::closing(1000) : "", 1000);
         if (i % 3 == 1) manager->removeConnection(link.socket);
         if (i % 3 == 2) Nubo::Net::sendClose(*link.socket);
     }
-    EXPECT_TRUE(eventually([&] { return entriesOf("/proc/self/fd") == descriptors; }));
-    EXPECT_EQ(entriesOf("/proc/self/task"), threads);
+    EXPECT_TRUE(eventually([&] { return descriptorCount() == descriptors; }));
+    EXPECT_EQ(threadCount(), threads);
     EXPECT_EQ(recorder.wait(400).size(), 400U) << "one event for each that was not removed";
 }
 

@@ -2,15 +2,14 @@
 // without help: a table of faults, of what they strike, and of what the client is doing meanwhile. Then news
 // that come late, and a long outage.
 
-#include <Nubo/Client/ServiceListener.h>
 #include <malloc.h>
 
 #include <cstdlib>
-#include <filesystem>
 #include <future>
 #include <set>
 
 #include "ClientDoubles.h"
+#include "Footprint.h"
 #include "TestClient.h"
 
 namespace {
@@ -19,18 +18,10 @@ using namespace Nubo::Client;
 using namespace Nubo::Simulator;
 using namespace std::chrono_literals;
 using Clock = std::chrono::steady_clock;
-using Data = ServiceHandler::ServiceHandlerNotificationData_t;
+using Data = ScriptedListener::Data;
 using Reports = std::vector<std::pair<std::string, bool>>;
 
 const std::string ATTEMPT = "Debug: run: try reconnect";
-
-/// Threads and descriptors.
-std::pair<std::ptrdiff_t, std::ptrdiff_t> footprint() {
-    const auto entries = [](const char* folder) {
-        return std::distance(std::filesystem::directory_iterator(folder), {});
-    };
-    return {entries("/proc/self/task"), entries("/proc/self/fd")};
-}
 
 // The registry's handler takes no parameters from the ClientLib: it would wait half a second before each
 // attempt. An explicit instantiation may name a private member.
@@ -40,14 +31,6 @@ struct RegistryHandler {
     friend SRServiceHandler::Ptr& registryHandler(ClientLib& lib) { return lib.*MEMBER; }
 };
 template struct RegistryHandler<&ClientLib::_srServiceHandler>;
-
-struct Listener : ServiceListener {
-    using ServiceListener::ServiceListener;
-    void HandleMicroServicesAvailable(bool up) override { onState(up); }
-    void HandleServiceHandlerNotification(const Data& data) override { onData(data); }
-    std::function<void(bool)> onState;
-    std::function<void(const Data&)> onData;
-};
 
 class RecoveryTest : public ClientTest {
 protected:
@@ -154,7 +137,7 @@ protected:
     }
 
     std::vector<std::pair<Service*, ServiceHandler::Ptr>> subjects;
-    Listener listener{&lib, 10};  // needs all services
+    ScriptedListener listener{&lib, 10};  // needs all services
     std::vector<std::string> subscribers;
     std::size_t resources = 0;                       // that a service knows as subscribed
     Reports reports;                                 // of the handlers, and of the listener: ""

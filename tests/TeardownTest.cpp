@@ -4,13 +4,11 @@
 // ZOL_TEARDOWN_REPETITIONS: how often (3). ZOL_TEARDOWN_HANG_UP_MS: how long a peer stays that has to be
 // waited for (100; 0: until the library gives it up). scripts/stress sets both.
 
-#include <Nubo/Client/ServiceListener.h>
 #include <Poco/Net/ServerSocket.h>
 #include <gmock/gmock.h>
 
 #include <cstdlib>
 #include <deque>
-#include <filesystem>
 #include <fstream>
 #include <future>
 #include <iostream>
@@ -20,6 +18,7 @@
 
 #include "ClientDoubles.h"
 #include "EventLog.h"
+#include "Footprint.h"
 #include "TestClient.h"
 
 namespace {
@@ -36,24 +35,6 @@ int setting(const char* name, int otherwise) {
 const int REPETITIONS = setting("ZOL_TEARDOWN_REPETITIONS", 3);
 const milliseconds HANG_UP(setting("ZOL_TEARDOWN_HANG_UP_MS", 100));
 constexpr milliseconds JOINS = 20s;  // of a few threads, on a machine that is busy
-
-/// The threads and the descriptors of this process.
-std::pair<std::ptrdiff_t, std::ptrdiff_t> footprint() {
-    const auto entries = [](const char* folder) {
-        return std::distance(std::filesystem::directory_iterator(folder), {});
-    };
-    return {entries("/proc/self/task"), entries("/proc/self/fd")};
-}
-
-struct Listener : ServiceListener {
-    using Data = ServiceHandler::ServiceHandlerNotificationData_t;
-    using ServiceListener::ServiceListener;
-    void HandleMicroServicesAvailable(bool up) override { onState(up); }
-    void HandleServiceHandlerNotification(const Data& data) override { onData(data); }
-
-    std::function<void(bool)> onState = [](bool) {};
-    std::function<void(const Data&)> onData = [](const Data&) {};
-};
 
 using Cell = std::pair<std::string, std::string>;  // how it ends, and in which state
 /// The states whose end waits for the peer, and for how long.
@@ -92,9 +73,9 @@ private:
         // One that is to end is its owner's alone: the client would keep it, and start it again.
         if (!isOf("Handler")) client->addService(handler);
         if (isOf("Listener")) {
-            listener = std::make_unique<Listener>(client.get(), 10);
+            listener = std::make_unique<ScriptedListener>(client.get(), 10);
             listener->onState = [this](bool up) { called(up); };
-            listener->onData = [this](const Listener::Data& data) { called(data); };
+            listener->onData = [this](const ScriptedListener::Data& data) { called(data); };
             listener->addServiceToMonitor(service.name(), false);
         } else {
             count(handler->SocketDataAvailable);
@@ -273,7 +254,7 @@ private:
     MessageSink sink;
     std::unique_ptr<ClientLib> client;
     ServiceHandler::Ptr handler;
-    std::unique_ptr<Listener> listener;
+    std::unique_ptr<ScriptedListener> listener;
     WebSocketRequestHandler::Ptr worker;
     std::atomic<bool> firing{true};
     std::future<void> fire, hangingUp;
@@ -350,13 +331,13 @@ protected:
         media.setElement("tracks", "1", R"({"title":")" + std::to_string(title) + R"("})");
     }
 
-    Listener listener{&lib, 10};
+    ScriptedListener listener{&lib, 10};
     std::string subscription;
     std::vector<std::string> heard;
 };
 
 TEST_F(CallbackTest, OneThatIsSlowHoldsUpNothingButItsThread) {
-    listener.onData = [&](const Listener::Data& data) {
+    listener.onData = [&](const ScriptedListener::Data& data) {
         heard.push_back(data.container->getObject("data")->getValue<std::string>("title"));
         if (heard.size() != 2) return;
         for (int i = 2; i <= 60; ++i) change(i);
@@ -372,7 +353,7 @@ TEST_F(CallbackTest, OneThatIsSlowHoldsUpNothingButItsThread) {
 TEST_F(CallbackTest, MayChangeSubscriptionsAndServices) {
     platform.addService("Tuner");
     int rounds = 0;
-    listener.onData = [&](const Listener::Data& data) {
+    listener.onData = [&](const ScriptedListener::Data& data) {
         heard.push_back(data.event);
         if (heard.size() == 1 || rounds == 20) return;
         ++rounds;  // a new subscription brings the data, and so the next round
@@ -411,7 +392,7 @@ TEST_F(CallbackTest, MayAddServicesWhileReplacedOnesAreShutDown) {
 TEST_F(CallbackTest, OnTheManagersThreadCannotShutTheClientDown) {
     EventLog mistaken;
     mistaken.inside = [&](const std::string&) { lib.shutdown(); };
-    listener.onData = [&](const Listener::Data& data) { heard.push_back(data.event); };
+    listener.onData = [&](const ScriptedListener::Data& data) { heard.push_back(data.event); };
     listen();
     mistaken.listen(lib);
     change(1);

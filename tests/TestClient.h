@@ -2,6 +2,7 @@
 #define TESTS_TESTCLIENT_H
 
 #include <Nubo/Client/ClientLib.h>
+#include <Nubo/Client/ServiceListener.h>
 #include <Nubo/Simulator/MessageSink.h>
 #include <Nubo/Simulator/Platform.h>
 #include <gtest/gtest.h>
@@ -10,6 +11,17 @@
 #include <functional>
 
 #include "LogCapture.h"
+
+/// A listener whose callbacks a test writes where it needs them.
+struct ScriptedListener : Nubo::Client::ServiceListener {
+    using Data = Nubo::Client::ServiceHandler::ServiceHandlerNotificationData_t;
+    using ServiceListener::ServiceListener;
+    void HandleMicroServicesAvailable(bool up) override { onState(up); }
+    void HandleServiceHandlerNotification(const Data& data) override { onData(data); }
+
+    std::function<void(bool)> onState = [](bool) {};
+    std::function<void(const Data&)> onData = [](const Data&) {};
+};
 
 /// A simulated platform with the service "Media", and a client whose caller's thread is the test's.
 class ClientTest : public testing::Test {
@@ -21,17 +33,13 @@ protected:
         media.setElement("tracks", "1", R"({"title":"none"})");
     }
 
-    /// Short delays, so that the reconnect threads need no patience.
-    static Nubo::Client::ClientLib::ClientLibParameters parameters(uint32_t pingMs = 5000) {
-        return {"test", pingMs, false, 3, 10, 5, 3, 60, 10, 4, 1};
-    }
     Nubo::Client::ServiceHandler::Ptr add(const std::string& name = "Media", bool autoReconnect = true) {
         return lib.addService(new Nubo::Client::ServiceHandler(name, &lib, &sink, pingMs, autoReconnect));
     }
     /// Starts the client and waits until "Media" is available.
-    Nubo::Client::ServiceHandler::Ptr connect(bool autoReconnect = true) {
+    Nubo::Client::ServiceHandler::Ptr connect() {
         lib.startup();
-        const auto handler = add("Media", autoReconnect);
+        const auto handler = add();
         EXPECT_TRUE(eventually([&] { return handler->isAvailable(); }));
         return handler;
     }
@@ -46,7 +54,8 @@ protected:
     Nubo::Simulator::Platform platform;
     Nubo::Simulator::Service& media = platform.addService("Media");
     Nubo::Simulator::MessageSink sink;
-    Nubo::Client::ClientLib lib{&sink, parameters(pingMs)};
+    // With short delays, so that the reconnect threads need no patience.
+    Nubo::Client::ClientLib lib{&sink, {"test", pingMs, false, 3, 10, 5, 3, 60, 10, 4, 1}};
 };
 
 #endif

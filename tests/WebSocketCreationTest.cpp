@@ -6,8 +6,7 @@
 #include <Nubo/Simulator/MessageSink.h>
 #include <netinet/tcp.h>
 
-#include <filesystem>
-
+#include "Footprint.h"
 #include "Frames.h"
 #include "LogCapture.h"
 #include "RawPeer.h"
@@ -33,10 +32,6 @@ const std::string DESTROY =
 const std::string GOING_AWAY = "closed closed by peer (1001 going away)";
 const std::string CLOSING = frames::closing(1001);
 const std::string UPGRADED = RawPeer::UPGRADED;
-
-auto descriptorCount() {
-    return std::distance(std::filesystem::directory_iterator("/proc/self/fd"), {});
-}
 
 class WebSocketCreationTest : public ::testing::Test {
 protected:

@@ -6,10 +6,9 @@
 #include <Poco/JSON/Parser.h>
 #include <gtest/gtest.h>
 
-#include <filesystem>
 #include <future>
-#include <iterator>
 
+#include "Footprint.h"
 #include "LogCapture.h"
 #include "RawPeer.h"
 
@@ -50,11 +49,6 @@ protected:
     EventLog events;
     WebSocketRequestHandler::Ptr worker;
 };
-
-std::size_t threadCount() {
-    return static_cast<std::size_t>(std::distance(std::filesystem::directory_iterator("/proc/self/task"),
-                                                  std::filesystem::directory_iterator()));
-}
 
 }  // namespace
 
@@ -171,7 +165,7 @@ TEST_F(WorkerTest, ACloseBeforeTheFirstDelegateWaitsForIt) {
 }
 
 TEST_F(WorkerTest, TheLastPointerMayBeDroppedInsideADelegate) {
-    const std::size_t threads = threadCount();
+    const auto threads = threadCount();
     std::promise<void> allQueued;
     events.inside = [&](const std::string&) {
         allQueued.get_future().wait();
