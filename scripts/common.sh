@@ -57,6 +57,15 @@ need_packages() {
     ((${#missing[@]} == 0)) || fail "not installed: ${missing[*]}"
 }
 
+# fix_addresses ARGUMENT...: begins the calling script anew, with these arguments and without random addresses. The
+# sanitizers need certain ones free, which kernels with a wide address randomisation do not grant ("unexpected memory
+# mapping"); a build as well, which runs the tests to list their cases. Where that is not permitted, as in some
+# containers, it goes without.
+fix_addresses() {
+    [[ -z ${ADDRESSES_FIXED:-} ]] && setarch -R true 2>/dev/null || return 0
+    ADDRESSES_FIXED=1 exec setarch -R "$BASH" "scripts/${0##*/}" "$@"
+}
+
 # build PRESET [TARGET...]: configures and builds everything, or those targets, in build/PRESET.
 build() {
     local preset=$1 targets=()
