@@ -33,9 +33,10 @@ protected:
     void startPlatform(const std::string& description = DESCRIPTION) {
         platform = std::make_unique<Process>("exec zol-platform --json --control-port 0 -c /dev/stdin <<< '" +
                                              description + "'");
-        ASSERT_TRUE(platform->prints(R"("endpoint":"control","what":"started","text":"127.0.0.1:)"));
+        const std::string mark = R"("endpoint":"control","what":"started","text":"127.0.0.1:)";
+        ASSERT_TRUE(platform->prints(mark));
         ASSERT_TRUE(platform->prints("\n"));
-        control = std::to_string(std::stoi(platform->out().substr(platform->out().rfind(':') + 1)));
+        control = std::to_string(std::stoi(platform->out().substr(platform->out().find(mark) + mark.size())));
     }
     /// A request to the control interface. @return the whole answer
     std::string ask(const std::string& method, const std::string& path) const {

@@ -318,6 +318,7 @@ TEST_F(ServiceHandlerTest, FollowsTheRegistrysRecords) {
     };
     const auto record = [](const std::string& rest) { return R"([{"name":"Media",)" + rest + "}]"; };
     expectAfter(record(R"("uri":"http://10.0.0.5:99/Media/","port":80)"), "Media (10.0.0.5):80");
+    expectAfter(record(R"("uri":"http://1.2.3.4/","port":6)"), "Media (1.2.3.4):6");
     expectAfter(record(R"("uri":"/Media/","port":"80")"), here + "80");
     expectAfter(record(R"("uri":"http://[::1]:1/Media/","port":65535)"), "Media (::1):65535");
     expectAfter(R"([null,7,[],{"port":1},{"name":7},{"name":"media","uri":"/","port":1},)"
