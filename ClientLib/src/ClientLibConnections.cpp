@@ -130,7 +130,7 @@ WebSocketRequestHandler::Ptr ClientLib::findWorker(const WebSocket& socket, Afte
         return own && own->impl() == socket.impl();
     });
     if (found == _connections.end()) return nullptr;
-    const WebSocketRequestHandler::Ptr worker = *found;
+    WebSocketRequestHandler::Ptr worker = *found;
     if (after == AfterFinding::Forget) _connections.erase(found);
     return worker;
 }
