@@ -373,20 +373,27 @@ TEST_F(CallbackTest, MayChangeSubscriptionsAndServices) {
     EXPECT_EQ(std::vector<std::string>{subscription}, media.subscribedEvents());
 }
 
-TEST_F(CallbackTest, MayAddServicesWhileReplacedOnesAreShutDown) {
+TEST_F(CallbackTest, MayReplaceItsHandlerWhichThenHearsAndDoesNothing) {
     struct {
         void announced(const Announcements::Data& data) {
-            if (++count <= 2) add();
+            ++count;
+            replace();
             EXPECT_EQ("Media", data.handler->getServiceName());  // it is there until the callback returns
         }
-        std::function<void()> add;
+        std::function<void()> replace;
         int count = 0;
     } replaced{[&] { add(); }};
-    lib.startup();
-    add()->MicroServiceRegistrationChanged += Poco::delegate(&replaced, &decltype(replaced)::announced);
-    ASSERT_TRUE(eventually([&] { return lib.getServiceHandler("Media")->isAvailable(); }));
+    connect()->MicroServiceRegistrationChanged += Poco::delegate(&replaced, &decltype(replaced)::announced);
+    const auto announcement = R"({"name":"Media","uri":"/","port":)" + std::to_string(media.port()) + "}";
+    media.clearRecord();
+    platform.registry().remove("Media");
+    platform.registry().put("Media", announcement);  // would have it connect again
+    ASSERT_TRUE(platform.waitFor([&] { return sink.pending() >= 2; }, DEADLINE));
+    EXPECT_TRUE(eventually([&] { return sink.pending() == 0; }));
+    EXPECT_TRUE(eventually([&] { return lib.getServiceHandler("Media")->isAvailable(); }));
+    EXPECT_EQ(1U, media.record().upgrades());
     lib.shutdown();
-    EXPECT_EQ(2, replaced.count);
+    EXPECT_EQ(1, replaced.count);
 }
 
 TEST_F(CallbackTest, OnTheManagersThreadCannotShutTheClientDown) {

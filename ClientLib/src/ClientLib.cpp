@@ -64,8 +64,7 @@ void ClientLib::shutdown() {
     for (auto& handler : handlers()) {
         if (handler) handler->shutdown();
     }
-    // A copy as well: a callback that adds a service releases those that have been replaced.
-    for (auto& handler : std::vector<ServiceHandler::Ptr>(_replacedHandlers)) handler->shutdown();
+    for (auto& handler : _replacedHandlers) handler->shutdown();  // they raise nothing any more
     if (_srServiceHandler) {  // null when a startup() after shutdown() has failed
         _srServiceHandler->shutdown();
         _srServiceHandler->MicroServiceRegistrationChanged -=
@@ -117,8 +116,8 @@ ServiceHandler::Ptr ClientLib::addService(ServiceHandler::Ptr handler) {
     ServiceHandler::Ptr replaced = entry;
     entry = handler;
     // Replaced from inside its own callback: it must survive until that has returned, but hears nothing more.
-    if (replaced && replaced != handler && replaced->hasActivities()) {
-        replaced->leaveRegistryAndService();
+    if (replaced && replaced != handler && replaced->isInOwnActivity()) {
+        replaced->retire();
         _replacedHandlers.push_back(replaced);
     }
     handler->setReconnectParameters(_params.countConnectService_Retry, _params.delayConnectService_Retry);
@@ -127,7 +126,7 @@ ServiceHandler::Ptr ClientLib::addService(ServiceHandler::Ptr handler) {
 }
 
 void ClientLib::releaseReplacedHandlers() {
-    const auto idle = [](ServiceHandler::Ptr& handler) { return !handler->hasActivities(); };
+    const auto idle = [](ServiceHandler::Ptr& handler) { return !handler->isInOwnActivity(); };
     _replacedHandlers.erase(std::remove_if(_replacedHandlers.begin(), _replacedHandlers.end(), idle),
                             _replacedHandlers.end());
 }

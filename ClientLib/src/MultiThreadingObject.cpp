@@ -52,6 +52,11 @@ bool MultiThreadingObject::hasActivities() {
     return _activityCounter != 0;
 }
 
+void MultiThreadingObject::refuseActivities() {
+    Lock lock(_mutexActivityCounter);
+    _disposing = true;
+}
+
 bool MultiThreadingObject::incrementActivityCounterInternal() {
     Lock lock(_mutexActivityCounter);
     if (_disposing) return false;

@@ -116,6 +116,13 @@ void ServiceHandler::shutdown() {
     MultiThreadingObject::shutdown();
 }
 
+// For a handler that is replaced inside its own callback: messages that are queued for it must not connect it
+// again.
+void ServiceHandler::retire() {
+    refuseActivities();
+    leaveRegistryAndService();
+}
+
 // The worker that the delegates are on, not the current one: the registry may be away, or have a new one.
 void ServiceHandler::leaveRegistryAndService() {
     auto registry = _attachedRegistry;  // outlives the lock on its mutex

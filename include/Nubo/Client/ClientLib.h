@@ -161,8 +161,9 @@ public:
     static void cleanJsonString(std::string& value);
 
     /// Registers a handler under its service's name and starts it. A handler of that name is replaced:
-    /// released, not shut down; listeners of the old one must be started again. May be called inside a
-    /// callback.
+    /// released, not shut down; it raises no event any more, and listeners of it must be started again. May
+    /// be called inside a callback, also of the handler that it replaces, which lives until that has
+    /// returned.
     /// @throws Poco::NullPointerException when `handler` is null
     ServiceHandler::Ptr addService(ServiceHandler::Ptr handler);
 

@@ -74,16 +74,23 @@ public:
     /// caller for ever. That mistake is reported with an Error line.
     virtual void shutdown();
 
-    /// @return true from the end of `shutdown()` until the next `startup()`.
+    /// @return true from the end of `shutdown()`, or `refuseActivities()`, until the next `startup()`.
     bool Disposing();
 
     /// @return true while at least one activity is entered.
     bool hasActivities();
 
+    /// @return true while the calling thread is inside at least one of the activities.
+    bool isInOwnActivity();
+
+protected:
+    /// Refuses further activities at once, without waiting for those that are entered: may be called from
+    /// inside one.
+    void refuseActivities();
+
 private:
     bool incrementActivityCounterInternal();
     void decrementActivityCounterInternal();
-    bool isInOwnActivity();
 
     uint32_t _activityCounter = 0;      // guarded by _mutexActivityCounter
     Poco::Mutex _mutexActivityCounter;  // leaf: held for a few instructions, never across user code

@@ -248,6 +248,7 @@ private:
     void detachFromRegistry();
     void addDelegates(WebSocketRequestHandler& worker);
     void removeDelegates(WebSocketRequestHandler& worker);
+    void retire();
     void leaveRegistryAndService();
     void closeServiceConnection();
     ServiceAddress_t serviceAddress() const;
