@@ -49,7 +49,7 @@ TEST(ActivityGuardTest, ShutdownWaitsForNestedActivitiesAndLetsNewOnesInMeanwhil
     ASSERT_EQ(std::future_status::ready, drained.wait_for(30s));
     EXPECT_TRUE(object.Disposing());
     EXPECT_FALSE(entered(object));
-    EXPECT_FALSE(object.hasActivities());  // a guard that did not enter leaves nothing
+    EXPECT_FALSE(object.isInOwnActivity());  // a guard that did not enter leaves nothing
     object.startup();
     EXPECT_TRUE(entered(object));
 }
@@ -57,11 +57,13 @@ TEST(ActivityGuardTest, ShutdownWaitsForNestedActivitiesAndLetsNewOnesInMeanwhil
 TEST(ActivityGuardTest, NobodyIsInsideOnceShutdownHasReturned) {
     MultiThreadingObject object;
     std::atomic<bool> inside{false}, stop{false};
+    std::atomic<int> entries{0};
     const auto worker = std::async(std::launch::async, [&] {
         for (; !stop; std::this_thread::yield()) {
             Guard guard(&object);
             if (!guard.tryEnter()) continue;
             inside = true;
+            ++entries;
             std::this_thread::yield();
             inside = false;
         }
@@ -69,8 +71,9 @@ TEST(ActivityGuardTest, NobodyIsInsideOnceShutdownHasReturned) {
     for (int cycle = 0; cycle < 20; ++cycle) {
         object.shutdown();
         EXPECT_FALSE(inside);
+        const int before = entries;
         object.startup();
-        while (!object.hasActivities()) std::this_thread::yield();
+        while (entries == before) std::this_thread::yield();
     }
     stop = true;
 }

@@ -47,11 +47,6 @@ bool MultiThreadingObject::Disposing() {
     return _disposing;
 }
 
-bool MultiThreadingObject::hasActivities() {
-    Lock lock(_mutexActivityCounter);
-    return _activityCounter != 0;
-}
-
 void MultiThreadingObject::refuseActivities() {
     Lock lock(_mutexActivityCounter);
     _disposing = true;

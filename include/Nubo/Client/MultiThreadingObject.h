@@ -77,9 +77,6 @@ public:
     /// @return true from the end of `shutdown()`, or `refuseActivities()`, until the next `startup()`.
     bool Disposing();
 
-    /// @return true while at least one activity is entered.
-    bool hasActivities();
-
     /// @return true while the calling thread is inside at least one of the activities.
     bool isInOwnActivity();
 
