@@ -7,6 +7,7 @@
 #include <Poco/NotificationQueue.h>
 #include <benchmark/benchmark.h>
 
+#include <array>
 #include <iostream>
 #include <map>
 #include <sstream>
@@ -15,6 +16,7 @@
 #include "Figures.h"
 #include "FrameDecoder.h"
 #include "ParsedPayload.h"
+#include "UpdateClone.h"
 #include "peer/Frames.h"
 
 namespace {
@@ -96,6 +98,20 @@ void plainCopy(State& state) {
 }
 BENCHMARK(plainCopy);
 
+/// As for a resource's next message, which differs from the last in one value.
+void update(State& state) {
+    const std::array<Object::Ptr, 2> objects{notificationObject(), notificationObject()};
+    objects[1]->getObject("data")->set("duration", Poco::Int64(216));
+    Object::Ptr clone;
+    std::size_t next = 0;
+    for (auto _ : state) {
+        Nubo::Client::updateClone(clone, objects[next]);
+        next = 1 - next;
+        benchmark::DoNotOptimize(clone);
+    }
+}
+BENCHMARK(update);
+
 /// There and back between two threads that both wait each time: two hops, each with a wake-up.
 void hop(State& state) {
     Poco::NotificationQueue there;
@@ -149,6 +165,7 @@ int main() try {
 
     figures::limit("a log line of an inactive level", figures::median(times.of("logLine")), "ns", 2.0);
     figures::compare("step: deep copy", times.of("copy"), times.of("plainCopy"), "ns", {});
+    figures::compare("step: update of the earlier copy", times.of("update"), times.of("plainCopy"), "ns", {});
     figures::compare("step: split, clean and parse", times.of("parse"), times.of("plainParse"), "ns", {});
     figures::show("step: decode a frame", times.of("decode"), "ns");
     figures::show("step: split", times.of("split"), "ns");

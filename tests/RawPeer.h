@@ -60,8 +60,8 @@ public:
         _port = _server.address().port();
         _thread = std::thread([this] { serve(); });
     }
-    /// For "::1" with or without brackets, null where there is no IPv6; else for 127.0.0.1, however it is
-    /// written.
+    /// For "::1" with or without brackets, null where there is no IPv6; else for 127.0.0.1, as a host of any
+    /// spelling.
     static std::unique_ptr<RawPeer> at(const std::string& host, const std::string& answer, Then then) {
         try {
             const bool v6 = host.find(':') != std::string::npos;
