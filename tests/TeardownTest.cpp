@@ -313,6 +313,38 @@ TEST_P(TeardownTest, EndsAndNothingComesAfterIt) {
 INSTANTIATE_TEST_SUITE_P(Cells, TeardownTest, testing::ValuesIn(cells()),
                          [](const auto& cell) { return cell.param.first + "_" + cell.param.second; });
 
+// Each is waited for: the others must not begin another attempt meanwhile, each of which may take half a
+// minute.
+TEST_F(ClientTest, ShutdownLetsNoHandlerBeginAnotherAttempt) {
+    const std::vector<Service*> services{&media, &platform.addService("Radio"),
+                                         &platform.addService("Tuner")};
+    lib.startup();
+    for (Service* service : services) {
+        const auto handler = add(service->name());
+        ASSERT_TRUE(eventually([&] { return handler->isAvailable(); }));
+        service->stop();
+        ASSERT_TRUE(eventually([&] { return !handler->isAvailable(); }));
+        service->onUpgrade(Fault_t::noAnswer());
+        service->clearRecord();
+        service->start();
+        ASSERT_TRUE(
+            platform.waitFor([&] { return service->record().upgradeRequests().size() == 1; }, DEADLINE));
+    }
+    const auto attempts = [this] { return log.count("Debug: run: try reconnect"); };
+    const auto before = attempts();
+    Poco::Mutex& held = lib.getServiceRegistryWebSocket()->getSocketMutex();
+    auto shutdown = std::async(std::launch::async, [this] { lib.shutdown(); });
+    while (held.tryLock()) {  // until the first handler is waited for
+        held.unlock();
+        std::this_thread::yield();
+    }
+    for (Service* service : {services[1], services[2]}) service->stop();
+    EXPECT_FALSE(platform.waitFor([&] { return attempts() > before; }, 300ms));
+    media.stop();
+    shutdown.get();
+    EXPECT_EQ(before, attempts());
+}
+
 // --- callbacks ---
 
 class CallbackTest : public ClientTest {
@@ -383,7 +415,8 @@ TEST_F(CallbackTest, MayReplaceItsHandlerWhichThenHearsAndDoesNothing) {
         std::function<void()> replace;
         int count = 0;
     } replaced{[&] { add(); }};
-    connect()->MicroServiceRegistrationChanged += Poco::delegate(&replaced, &decltype(replaced)::announced);
+    auto kept = connect();
+    kept->MicroServiceRegistrationChanged += Poco::delegate(&replaced, &decltype(replaced)::announced);
     const auto announcement = R"({"name":"Media","uri":"/","port":)" + std::to_string(media.port()) + "}";
     media.clearRecord();
     platform.registry().remove("Media");
@@ -392,8 +425,52 @@ TEST_F(CallbackTest, MayReplaceItsHandlerWhichThenHearsAndDoesNothing) {
     EXPECT_TRUE(eventually([&] { return sink.pending() == 0; }));
     EXPECT_TRUE(eventually([&] { return lib.getServiceHandler("Media")->isAvailable(); }));
     EXPECT_EQ(1U, media.record().upgrades());
+    const auto second = lib.getServiceHandler("Media");
+    lib.addService(kept);  // and now the other way round, from outside
+    EXPECT_TRUE(eventually([&] { return kept->isAvailable(); }));
+    EXPECT_FALSE(second->isAvailable());
+    EXPECT_TRUE(platform.waitFor([&] { return media.openSockets() == 1; }, DEADLINE));
     lib.shutdown();
     EXPECT_EQ(1, replaced.count);
+}
+
+TEST_F(CallbackTest, MayReplaceTheServiceAndEndAnotherListener) {
+    std::unique_ptr<ScriptedListener> other;
+    listener.onData = [&](const ScriptedListener::Data& data) {
+        heard.push_back(data.event);
+        if (!other) return;
+        add();
+        other->shutdown();  // finds the new handler only
+        other.reset();
+    };
+    listen();
+    other = std::make_unique<ScriptedListener>(&lib, 11);
+    int served = 0;
+    other->onData = [&](const ScriptedListener::Data&) { ++served; };
+    other->addServiceToMonitor("Media", false);
+    other->startup();
+    other->addSubscription("Media/tracks/1", "", 0, "", false);
+    ASSERT_TRUE(eventually([&] { return served == 1; }));
+    change(1);
+    EXPECT_TRUE(eventually([&] { return !other && lib.getServiceHandler("Media")->isAvailable(); }));
+    EXPECT_EQ(1, served);
+}
+
+TEST_F(CallbackTest, FurtherSubscribersEndWithTheNewestData) {
+    std::vector<std::string> titles;
+    listener.onData = [&](const ScriptedListener::Data& data) {
+        heard.push_back(data.event);
+        titles.push_back(data.container->getObject("data")->getValue<std::string>("title"));
+    };
+    listen();
+    change(1);
+    ASSERT_TRUE(platform.waitFor([&] { return sink.pending() == 1; }, DEADLINE));
+    const std::string second = subscribe();  // the data of before is posted behind the change
+    ASSERT_TRUE(eventually([&] { return heard.size() == 4; }));
+    EXPECT_EQ(second, heard.back());
+    subscribe();
+    ASSERT_TRUE(eventually([&] { return heard.size() == 5; }));
+    EXPECT_EQ((std::vector<std::string>{"none", "1", "1", "1", "1"}), titles);
 }
 
 TEST_F(CallbackTest, OnTheManagersThreadCannotShutTheClientDown) {

@@ -21,8 +21,7 @@ constexpr const char* GET_SERVICE_HANDLER =
 }
 
 ClientLib::ClientLib(IMessageSyncInterface* msgSync, const ClientLibParameters& params)
-    : _iMsgSync(msgSync),
-      m_disposing(false),
+    : m_disposing(false),
       _params(params),
       _srServiceHandler(new SRServiceHandler(this, msgSync, params.timeoutBeforePingServiceRegistry)) {
     _srServiceHandler->MicroServiceRegistrationChanged +=
@@ -61,6 +60,8 @@ void ClientLib::shutdown() {
     }
     m_disposing = true;
     unwireTransport();
+    if (_srServiceHandler) _srServiceHandler->wakeReconnectThread();
+    wakeReconnectThreads();
     for (auto& handler : handlers()) {
         if (handler) handler->shutdown();
     }
@@ -74,6 +75,14 @@ void ClientLib::shutdown() {
     closeConnections();
     exchangeConnectionManager(nullptr);
     _wsOjectSplitter = nullptr;
+}
+
+// Before the handlers are shut down one after the other: the connection attempts of all end meanwhile, and
+// none begins another one.
+void ClientLib::wakeReconnectThreads() {
+    for (auto& handler : handlers()) {
+        if (handler) handler->wakeReconnectThread();
+    }
 }
 
 // The destructor of the earlier one joins its thread, which must not happen under the lock.
@@ -115,10 +124,10 @@ ServiceHandler::Ptr ClientLib::addService(ServiceHandler::Ptr handler) {
     ServiceHandler::Ptr& entry = _services[handler->getServiceName()];
     ServiceHandler::Ptr replaced = entry;
     entry = handler;
-    // Replaced from inside its own callback: it must survive until that has returned, but hears nothing more.
-    if (replaced && replaced != handler && replaced->isInOwnActivity()) {
-        replaced->retire();
-        _replacedHandlers.push_back(replaced);
+    if (replaced && replaced != handler) {
+        replaced->retire();  // others may hold it
+        // Replaced from inside its own callback: it must survive until that has returned.
+        if (replaced->isInOwnActivity()) _replacedHandlers.push_back(replaced);
     }
     handler->setReconnectParameters(_params.countConnectService_Retry, _params.delayConnectService_Retry);
     handler->start();
@@ -146,6 +155,7 @@ void ClientLib::HandleServiceRegistryAvailabilityChanged(
     const ServiceHandler::ServiceRegistrationEventData_t& data) {
     if (m_disposing) return;
     const bool available = nonNull(data.handler).isAvailable();
+    if (!available) wakeReconnectThreads();
     for (auto& handler : handlers()) {
         if (available) {
             handler->start();

@@ -79,8 +79,7 @@ Poco::SharedPtr<WebSocket> ClientLib::upgrade(const std::string& service, const 
     return socket;
 }
 
-// The worker is in the list before the manager reads the socket: a frame or a close that comes at once finds
-// it.
+// The worker is in the list before the manager reads the socket: what comes at once finds it.
 WebSocketRequestHandler::Ptr ClientLib::registerConnection(Poco::SharedPtr<WebSocket>& socket,
                                                            long timeoutMs) {
     auto manager = connectionManager();

@@ -38,8 +38,8 @@ Object::Ptr firstElement(const Object& list) {
     const auto data = list.getArray(Nubo::Command::ResponseObject::FIELD_DATA);
     Object::Ptr element = data ? data->getObject(0) : Object::Ptr();
     if (element) {
-        const auto uri =
-            element->getValue<std::string>(XObjectBase::KEY_URI);  // must be there, logged or not
+        // Must be there, logged or not.
+        const auto uri = element->getValue<std::string>(XObjectBase::KEY_URI);
         ZOL_LOG_INFO("findElementByName: returned " << uri);
     }
     return element;

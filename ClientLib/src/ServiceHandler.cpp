@@ -116,11 +116,15 @@ void ServiceHandler::shutdown() {
     MultiThreadingObject::shutdown();
 }
 
-// For a handler that is replaced inside its own callback: messages that are queued for it must not connect it
-// again.
+// For a handler that is replaced and may be held, or be in use, by others all the same: messages that are
+// queued for it do nothing, and delegates, which may be gone before it is, hear nothing more. Announces
+// nothing.
 void ServiceHandler::retire() {
     refuseActivities();
     leaveRegistryAndService();
+    SocketDataAvailable.clear();
+    MicroServiceRegistrationChanged.clear();
+    _lastServiceAvailableValue = false;  // should it be added again
 }
 
 // The worker that the delegates are on, not the current one: the registry may be away, or have a new one.
@@ -185,7 +189,8 @@ void ServiceHandler::setReconnectParameters(uint8_t count, uint32_t delayMs) {
 
 std::string ServiceHandler::getUniqueId() {
     Lock lock(_sessionIdMutex);
-    return std::to_string(++unique_id_per_session_counter);
+    // Without a sign: a '-' would end the id's part of the fragment.
+    return std::to_string(static_cast<unsigned>(++unique_id_per_session_counter));
 }
 
 // --- announcements, on the caller's thread ---

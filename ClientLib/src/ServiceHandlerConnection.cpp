@@ -63,8 +63,8 @@ void ServiceHandler::ServiceAvailabilityChanged(bool available) {
     _serviceAvailabilityChangedEntered = false;
 }
 
-// A peer that ends one connection after the other is left to the reconnect thread, which waits before each
-// attempt.
+// A peer that ends one connection after the other is left to the reconnect thread: that waits before each
+// one.
 bool ServiceHandler::mayRebuildAtOnce() {
     const bool shortLived = std::chrono::steady_clock::now() - _announcedAt < SHORT_LIFE;
     _shortLivedConnections = shortLived ? _shortLivedConnections + 1 : 0;
@@ -217,8 +217,7 @@ bool ServiceHandler::destroyWebsocket() {
         } catch (...) {
             // It is given up in any case.
         }
-        // Handlers that still remember this worker as the registry's keep it, and its socket, alive: close
-        // it.
+        // Handlers that still remember this worker as the registry's keep it, and its socket, alive.
         worker->shutdown();
         setConnection(nullptr);
     }
@@ -233,8 +232,8 @@ void ServiceHandler::startReconnectThread() {
     if (Disposing() || !isReconnectPossible()) return;
     StateLock lock(_mutexReconnect);
     if (_reconnectState != ReconnectState::Idle) {
-        _reconnectState =
-            ReconnectState::RunAgain;  // it may be about to end: its last decision will see this
+        // It may be about to end: its last decision will see this.
+        _reconnectState = ReconnectState::RunAgain;
         return;
     }
     if (!_reconnectJoined) _reconnectThreadObject.join();  // it has taken its last decision: it ends at once

@@ -1,5 +1,4 @@
-// What comes in on the handler's connections: parsed on the worker's thread, matched and delivered on the
-// caller's.
+// What comes in on the handler's connections: parsed on the worker's thread, delivered on the caller's.
 
 #include <Logging/LogLine.h>
 #include <Nubo/Client/DataMessages/WebSocketDataAvailableMessage.h>
@@ -9,6 +8,7 @@
 #include <Nubo/Data/ServiceBase.h>
 #include <Nubo/Data/XObjectBase.h>
 #include <Nubo/ServiceRegistryConnection.h>
+#include <Nubo/Util/JSONTools.h>
 #include <Poco/Exception.h>
 #include <Poco/JSON/Array.h>
 #include <Poco/URI.h>
@@ -126,8 +126,8 @@ void ServiceHandler::handleServiceUpdates(const Object& notification) {
     Poco::UInt16 port = 0;
     if (const Object::Ptr record = findRecord(*records, _serviceName)) {
         address = hostOf(*record);
-        port =
-            record->getValue<Poco::UInt16>(Nubo::Data::ServiceBase::KEY_PORT);  // out of range: an exception
+        // Out of range: an exception.
+        port = record->getValue<Poco::UInt16>(Nubo::Data::ServiceBase::KEY_PORT);
     }
     const ServiceAddress_t known = serviceAddress();
     if (address != known.host || port != known.port) setNewServiceAddress(address, port);
@@ -139,17 +139,31 @@ void ServiceHandler::handleNotification(const Object::Ptr& data, const std::stri
     auto resource = _resources.find(event);
     const std::string subscrUri = resource != _resources.end() ? event : normalizeUrl(event);
     if (resource == _resources.end()) resource = _resources.find(subscrUri);
-    const auto value = resource != _resources.end()
-                           ? resource->second.value
-                           : _subscrUriValueMap.find(subscrUri.substr(0, subscrUri.find('#')));
-    if (value != _subscrUriValueMap.end()) updateClone(value->second.Value, data);
-    ServiceHandlerNotificationData_t notification{this, event, data, "", type};
-    if (resource != _resources.end()) {
-        notifySubscribers(*resource->second.subscribers, notification);
-    } else {
-        notifySubscriber(notification,
-                         event);  // one that this handler posted to itself, for a new subscriber
+    if (resource == _resources.end()) {
+        handleOwnNotification(data, event, subscrUri.substr(0, subscrUri.find('#')));
+        return;
     }
+    updateClone(resource->second.value->second.Value, data);
+    ServiceHandlerNotificationData_t notification{this, event, data, "", type};
+    notifySubscribers(*resource->second.subscribers, notification);
+}
+
+// One that this handler posted to itself, for a new subscriber. What the service has sent since is newer.
+void ServiceHandler::handleOwnNotification(const Object::Ptr& data, const std::string& event,
+                                           const std::string& realUri) {
+    Object::Ptr newest = data;
+    const auto found = _subscrUriValueMap.find(realUri);
+    if (found != _subscrUriValueMap.end()) {
+        SubscriptionUriValue_t& resource = found->second;
+        if (resource.Value && isSubscribed(resource.subscrUri, event)) {
+            newest = Nubo::Util::JSONTools::cloneJsonObject(resource.Value);
+            newest->set(WebSocketRequestObject::FIELD_EVENT, event);
+        } else {
+            updateClone(resource.Value, data);  // the service's own, with an event that nobody subscribed to
+        }
+    }
+    ServiceHandlerNotificationData_t notification{this, event, newest, "", typeOf(*newest)};
+    notifySubscriber(notification, event);
 }
 
 // Copies: a subscriber may subscribe and unsubscribe meanwhile; one that has left hears no more.

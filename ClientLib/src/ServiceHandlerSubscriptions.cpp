@@ -1,5 +1,4 @@
-// The service handler's subscriptions: one at the service per resource, any number of subscribers. Caller's
-// thread.
+// The handler's subscriptions: one at the service per resource, any number of subscribers. Caller's thread.
 
 #include <Logging/LogLine.h>
 #include <Nubo/Client/DataMessages/WebSocketDataAvailableMessage.h>

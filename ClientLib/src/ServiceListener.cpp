@@ -249,8 +249,7 @@ void ServiceListener::reportUnavailable(Evaluation_t evaluation, const std::stri
                      << serviceName << ") became unavailable, fctId:" << _uniqueIdAsHexString);
         HandleMicroServicesAvailable(false);
     } else if (evaluation.allAvailable) {
-        // "Available" again, with the state left alone: the mandatory set stands while an optional one is
-        // gone.
+        // "Available" again, with the state left alone: the mandatory set stands without an optional one.
         ZOL_LOG_INFO("Optional micro service " << serviceName
                                                << " became unavailable, fctId:" << _uniqueIdAsHexString);
         HandleMicroServicesAvailable(true);

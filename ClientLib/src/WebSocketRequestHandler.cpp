@@ -165,8 +165,8 @@ WebSocketRequestHandler::Entry WebSocketRequestHandler::nextEntry() {
         _earlyEntries.pop_front();
         return entry;
     }
-    if (_queue->empty())
-        lastObjects.clear();  // a delivered notification leaves nothing on an idle connection
+    // A delivered notification leaves nothing on an idle connection.
+    if (_queue->empty()) lastObjects.clear();
     Poco::AutoPtr<Poco::Notification> notification(_earlyEntries.empty()
                                                        ? _queue->waitDequeueNotification()
                                                        : _queue->waitDequeueNotification(EARLY_POLL_MS));

@@ -73,11 +73,12 @@ public:
     /// @param params copied
     ClientLib(IMessageSyncInterface* msgSync, const ClientLibParameters& params);
 
-    /// The handler registered under exactly that name. @return null, after an Error line, when there is none
+    /// The handler registered under exactly that name. Caller's thread.
+    /// @return null, after an Error line, when there is none
     ServiceHandler::Ptr getServiceHandler(const std::string& serviceName) const override;
 
-    /// The registry's connection; null while there is none. @throws Poco::NullPointerException after
-    /// shutdown()
+    /// The registry's connection; null while there is none. Caller's thread.
+    /// @throws Poco::NullPointerException after shutdown()
     WebSocketRequestHandler::Ptr getServiceRegistryWebSocket() const override;
 
     /// Opens a WebSocket by a GET on "/" and the service's name, and registers it with the connection
@@ -87,7 +88,8 @@ public:
     /// @param port TCP port
     /// @param timeoutBeforePing ms of silence before a ping, and again before the connection is given up; 0:
     ///        never
-    /// @return the connection's worker, never null
+    /// @return the connection's worker, never null. Whoever asked for it calls its shutdown(), and then
+    ///         destroyWebsocket(), before the last pointer goes: it waits for a send that is under way.
     /// @throws Poco::NullPointerException before startup() and after shutdown(); otherwise what POCO throws
     ///         when connecting or the upgrade fails. Nothing is kept then.
     WebSocketRequestHandler::Ptr createNewWebsocket(const std::string& service, const std::string& address,
@@ -100,11 +102,13 @@ public:
     /// One HTTP exchange with the registry, following one redirection (307 with a Location, or 300 with the
     /// address in the body's data). Any thread; blocks (POCO's time-outs: 30 s to connect, 60 s per receive).
     /// @param response status, reason and headers of the last answer
-    /// @param body the last body, also that of a failed request
+    /// @param body the last body that was read, also that of a failed request; that of a 307 is not
     /// @param method as it goes into the request line
-    /// @param uri path and query, beginning with '/'
+    /// @param uri path and query; a '/' in front is added, with a Warning line; empty: false, with an Error
+    /// line
     /// @param content request body, JSON; may be empty
-    /// @return true for a status below 400; false, after an Error line, otherwise. Never throws.
+    /// @return true for a status below 400; false otherwise, after an Error line but for a 300 that names no
+    ///         address. Never throws.
     bool sendRequest(Poco::Net::HTTPResponse& response, std::string& body, const std::string& method,
                      const std::string& uri, const std::string& content) const override;
 
@@ -124,7 +128,8 @@ public:
 
     /// Shuts every handler down, closes every connection and ends every thread of the library. A second call
     /// does nothing. Not from inside a callback: it would wait for itself for ever, which an Error line says.
-    /// Blocks as ServiceHandler::shutdown() for each handler.
+    /// Blocks as ServiceHandler::shutdown() for each handler; connection attempts that are under way end at
+    /// the same time, and no handler begins another one.
     void shutdown() override;
 
     /// Calls shutdown(), then releases the handlers. Not from inside a callback.
@@ -139,11 +144,12 @@ public:
     /// @throws Poco::NullPointerException when the payload has no socket
     virtual void SocketClosedHandler(const Nubo::Net::WebsocketEventPayload& payload);
 
-    /// sendRequest() to any host and port, following one redirection.
+    /// sendRequest() to any host and port, following one redirection; in all else as the one above.
+    /// @param hostAddress name or address, an IPv6 literal with or without brackets
     bool sendRequest(const std::string& hostAddress, Poco::UInt16 portNumber,
                      Poco::Net::HTTPResponse& response, std::string& body, const std::string& method,
                      const std::string& uri, const std::string& content) const;
-    /// One exchange that follows nothing.
+    /// As the one above, but one exchange, that follows nothing.
     /// @param redirection set when the answer redirects, else left as it is
     bool sendRequest(const std::string& hostAddress, Poco::UInt16 portNumber,
                      Poco::Net::HTTPResponse& response, std::string& body, const std::string& method,
@@ -161,9 +167,11 @@ public:
     static void cleanJsonString(std::string& value);
 
     /// Registers a handler under its service's name and starts it. A handler of that name is replaced:
-    /// released, not shut down; it raises no event any more, and listeners of it must be started again. May
-    /// be called inside a callback, also of the handler that it replaces, which lives until that has
-    /// returned.
+    /// released, not shut down. It leaves its connections, its delegates are removed, and it announces
+    /// nothing (held by others, it may be added again); listeners of it must be started again. May be called
+    /// inside a callback, also of the handler that it replaces, which lives until that has returned. Blocks
+    /// for what a connection attempt of the replaced one has left of its time-outs, and as
+    /// ServiceHandler::start().
     /// @throws Poco::NullPointerException when `handler` is null
     ServiceHandler::Ptr addService(ServiceHandler::Ptr handler);
 
@@ -187,12 +195,12 @@ private:
     WebSocketRequestHandler::Ptr findWorker(const Poco::Net::WebSocket& socket, AfterFinding after);
     void exchangeConnectionManager(Poco::SharedPtr<Nubo::Net::WebsocketConnectionManager> manager);
     void unwireTransport();
+    void wakeReconnectThreads();
     void closeConnections();
     bool isRaisingHere() const;
     void releaseReplacedHandlers();
     std::vector<ServiceHandler::Ptr> handlers() const;
 
-    IMessageSyncInterface* const _iMsgSync;
     std::atomic<bool> m_disposing;
     const ClientLibParameters _params;
     services_t _services;  // application's thread only
@@ -205,8 +213,7 @@ private:
     // Leaf: shutdown() resets the manager while a reconnect thread may be opening a socket.
     mutable Nubo::Util::Mutex _mutexManager;
     // Held by the manager's thread while it has a worker in its hands. destroyWebsocket() waits for that: the
-    // thread must not come to hold the last pointer, whose release waits for sends that only this thread
-    // ends.
+    // thread must not come to hold the last pointer, whose release waits for sends that this thread ends.
     Nubo::Util::Mutex _mutexDelivery;
     // Handlers that were replaced from inside one of their own callbacks; released once they have returned.
     std::vector<ServiceHandler::Ptr> _replacedHandlers;

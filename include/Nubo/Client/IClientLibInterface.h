@@ -16,12 +16,11 @@ namespace Nubo::Client {
 /// in full; a test may implement it as well. The implementation outlives every handler and listener.
 class ZOL_EXPORT IClientLibInterface {
 public:
-    /// The handler registered under that name, or null (with an Error line).
+    /// The handler registered under that name, or null (with an Error line). Caller's thread.
     virtual ServiceHandler::Ptr getServiceHandler(const std::string& serviceName) const = 0;
-    /// The registry's connection, null while there is none.
+    /// The registry's connection, null while there is none. Caller's thread.
     virtual WebSocketRequestHandler::Ptr getServiceRegistryWebSocket() const = 0;
-    /// Opens a WebSocket; never null. Throws when that fails. Blocks. Called on caller's and reconnect
-    /// threads.
+    /// Opens a WebSocket; never null. Throws when that fails. Blocks. Any thread.
     virtual WebSocketRequestHandler::Ptr createNewWebsocket(const std::string& service,
                                                             const std::string& address, int port,
                                                             uint32_t timeoutBeforePing) = 0;

@@ -92,8 +92,7 @@ private:
     uint32_t _activityCounter = 0;      // guarded by _mutexActivityCounter
     Poco::Mutex _mutexActivityCounter;  // leaf: held for a few instructions, never across user code
     bool _disposing = false;            // guarded by _mutexActivityCounter
-    // One entry per activity, guarded by _mutexActivityCounter: finds a shutdown() that waits for its own
-    // caller.
+    // One entry per activity, guarded by _mutexActivityCounter: whose thread is inside.
     std::vector<std::thread::id> _activityThreads;
     // Outlives the object in the hands of its messages; false once the destructor ran.
     std::shared_ptr<std::atomic<bool>> _alive;

@@ -62,8 +62,7 @@ class ZOL_EXPORT ServiceHandler : public MultiThreadingObject,
 public:
     using Ptr = Poco::SharedPtr<ServiceHandler>;  ///< counted; made from `new`
 
-    /// Argument of MicroServiceRegistrationChanged: whose availability changed. Ask the handler for the
-    /// state.
+    /// Argument of MicroServiceRegistrationChanged: whose availability changed. The handler knows the state.
     struct ServiceRegistrationEventData_t {
         ServiceHandler* handler;  ///< never null, valid during the call
     };
@@ -77,7 +76,7 @@ public:
         std::string type;                   ///< Nubo::Command::WebSocketResponseObject::TYPE_...
 
         /// @return true when the service says that the resource no longer exists (an error with code 410).
-        /// @throws Poco::InvalidAccessException when the code is there but empty.
+        /// @throws Poco::Exception when the code is there but no number (empty: InvalidAccessException).
         bool hasElementGone() const;
     };
 
@@ -130,8 +129,7 @@ public:
     void shutdown() override;
 
     /// Subscribes to this service's entry at the registry, whose answers then make the handler connect.
-    /// Called by the ClientLib; repeated calls replace the earlier ones. Without a registry connection: an
-    /// Error line.
+    /// Called by the ClientLib; repeated calls replace the earlier ones. Without a registry: an Error line.
     virtual void start();
 
     /// Subscribes to a resource. The service sees one subscription per resource, however many subscribers.
@@ -149,8 +147,7 @@ public:
     /// @param virtualUri what addSubscription() returned. Unknown: an Error line, nothing changes.
     virtual void removeSubscription(const std::string& virtualUri);
 
-    /// @return true when the registry has reported an address and a connection to the service exists. Any
-    /// thread.
+    /// @return true when the registry has reported an address and a connection exists. Any thread.
     virtual bool isAvailable() const;
 
     std::string getServiceName() const;  ///< as constructed. Any thread.
@@ -160,8 +157,7 @@ public:
     WebSocketRequestHandler::Ptr getWebSocket() const;
 
     /// How the reconnect thread works: series of `count` attempts, `delayMs` milliseconds (plus 0 to 99 at
-    /// random) apart, with a pause of twenty delays between two series. Takes effect at the next start of
-    /// that thread.
+    /// random) apart, with a pause of twenty delays between two series. Takes effect when that starts next.
     void setReconnectParameters(uint8_t count, uint32_t delayMs);
 
     /// Sends a request over the service's connection; an Error line when there is none. Does not block.
@@ -229,7 +225,7 @@ protected:
     void endReconnectThread();
 
 private:
-    // A handler that is replaced inside its own callback leaves its connections at once.
+    // Retires the handlers that are replaced, and wakes all reconnect threads before it ends one.
     friend class ClientLib;
 
     struct ServiceAddress_t {
@@ -296,6 +292,8 @@ private:
     void handleServiceUpdates(const Poco::JSON::Object& notification);
     void handleNotification(const Poco::JSON::Object::Ptr& data, const std::string& event,
                             const std::string& type);
+    void handleOwnNotification(const Poco::JSON::Object::Ptr& data, const std::string& event,
+                               const std::string& realUri);
     void notifySubscribers(const SubscripersMapType::value_type& resource,
                            ServiceHandlerNotificationData_t& data);
     void notifySubscriber(ServiceHandlerNotificationData_t& data, const std::string& virtualUri);

@@ -70,7 +70,8 @@ public:
     NotificationStates getLastNotificationState() const;  ///< what was last reported
 
     /// Adds a service whose handler is already registered with the ClientLib (else a Warning line); the first
-    /// flag given for a name stays. After startup() it takes effect at the next startup() (a Warning line).
+    /// flag given for a name stays. After startup() (a Warning line) it counts at once where availability is
+    /// judged, but its own changes and notifications are heard only after the next startup().
     void addServiceToMonitor(const std::string& serviceName, bool optional);
 
     /// Subscribes to a resource of a monitored, available service.

@@ -59,8 +59,7 @@ public:
     /// Runs on: the worker's thread; delegates one after another, in the order in which they were added.
     /// Called: once per block; data that comes before the first delegate waits for it, one second at most.
     /// Holding: no lock. Must not: block for long (it holds up the connection's sends); expect shutdown() of
-    /// this worker to return true. An exception ends this notification: a Poco::Exception with a Warning
-    /// line.
+    /// this worker to return true. An exception ends this notification; Poco's with a Warning line.
     Poco::BasicEvent<const Nubo::Net::WebsocketDataEventPayload, Poco::FastMutex> SocketDataAvailable;
 
     /// Raised when the transport has reported that the socket closed; also while the worker shuts down.
@@ -138,13 +137,11 @@ private:
     Poco::SharedPtr<Poco::Net::WebSocket> _socket;    // use: _socketMutex; pointer: _mutexSocketPointer
     Poco::SharedPtr<Poco::NotificationQueue> _queue;  // locks itself
     Poco::Mutex _socketMutex;
-    // Leaf. The ClientLib compares sockets while shutdown() holds _socketMutex, so the pointer has its own
-    // lock.
+    // Leaf. The ClientLib compares sockets while shutdown() holds _socketMutex: the pointer has its own lock.
     mutable Nubo::Util::Mutex _mutexSocketPointer;
     std::atomic<bool> _closeReported;
     bool _joined = false;  // guarded by _socketMutex: a Poco::Thread must be joined exactly once
-    // Outlives the worker when a delegate drops the last pointer to it: the thread then must not touch it
-    // again.
+    // Outlives the worker when a delegate drops the last pointer to it: its thread must not touch it again.
     std::shared_ptr<std::atomic<bool>> _destroyedOnOwnThread;
     // Worker's thread only: entries that came before anybody listened.
     std::deque<Entry> _earlyEntries;

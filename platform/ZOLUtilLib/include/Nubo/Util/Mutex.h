@@ -13,7 +13,6 @@
 
 #define ZOL_GUARDED_BY(mutex) ZOL_THREAD_SAFETY(guarded_by(mutex))           ///< a member
 #define ZOL_REQUIRES(mutex) ZOL_THREAD_SAFETY(requires_capability(mutex))    ///< callers hold it
-#define ZOL_EXCLUDES(mutex) ZOL_THREAD_SAFETY(locks_excluded(mutex))         ///< callers do not hold it
 #define ZOL_ACQUIRE(...) ZOL_THREAD_SAFETY(acquire_capability(__VA_ARGS__))  ///< it returns with the lock
 #define ZOL_RELEASE(...) ZOL_THREAD_SAFETY(release_capability(__VA_ARGS__))  ///< it returns without the lock
 /// It returns with the lock when its result is that of the first argument.
