@@ -34,8 +34,7 @@ std::string track(const std::string& title) {
     return R"({"title":")" + title + R"("})";
 }
 
-/// One feature of the application: needs the service Media and follows one track. All of it runs on main's
-/// thread.
+/// One feature of the application: needs the service Media and follows one track. Runs on main's thread.
 class Player : public ServiceListener {
 public:
     explicit Player(ClientLib& client) : ServiceListener(&client, 1) { addServiceToMonitor("Media", false); }

@@ -1,5 +1,4 @@
-// How a program ends on SIGTERM: in the right order, on the thread that runs the messages, outside all
-// callbacks.
+// How a program ends on SIGTERM: in the right order, on the thread that runs the messages, outside callbacks.
 
 #include <Nubo/Client/ClientLib.h>
 #include <Nubo/Client/ServiceListener.h>

@@ -1,5 +1,5 @@
-#ifndef ZOLTESTS_PROCESS_H
-#define ZOLTESTS_PROCESS_H
+#ifndef TESTS_PROCESS_H
+#define TESTS_PROCESS_H
 
 #include <Poco/Environment.h>
 #include <Poco/Pipe.h>

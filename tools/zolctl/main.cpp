@@ -88,7 +88,7 @@ private:
         help.setUsage(_command ? _command->name + " " + _command->arguments + " [OPTION...]"
                                : std::string("COMMAND [ARGUMENT...] [OPTION...]"));
         help.setHeader(_command ? _command->summary : summaries());
-        help.setFooter("Exit code: 0 done, 1 failed, 2 wrong usage, 130 interrupted.");
+        help.setFooter("Exit code: 0 done, 1 failed, 2 wrong usage, 130 or 143 interrupted.");
         help.setAutoIndent();
         help.format(std::cout);
         _shown = true;

@@ -110,8 +110,7 @@ public:
     static std::string encodeFrame(const std::string& payload, unsigned opcode = TEXT,
                                    Final final = Final::Yes);
 
-    // --- What happened
-    // --------------------------------------------------------------------------------------
+    // --- What happened ---
 
     const Recorder& record() const { return _recorder; }
     void clearRecord() { _recorder.clear(); }
