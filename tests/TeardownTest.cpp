@@ -425,10 +425,10 @@ TEST_F(CallbackTest, MayReplaceItsHandlerWhichThenHearsAndDoesNothing) {
     EXPECT_TRUE(eventually([&] { return sink.pending() == 0; }));
     EXPECT_TRUE(eventually([&] { return lib.getServiceHandler("Media")->isAvailable(); }));
     EXPECT_EQ(1U, media.record().upgrades());
-    const auto second = lib.getServiceHandler("Media");
+    auto second = lib.getServiceHandler("Media");
     lib.addService(kept);  // and now the other way round, from outside
     EXPECT_TRUE(eventually([&] { return kept->isAvailable(); }));
-    EXPECT_FALSE(second->isAvailable());
+    EXPECT_FALSE(second->isAvailable() || second->Disposing());  // left alone, but not shut down
     EXPECT_TRUE(platform.waitFor([&] { return media.openSockets() == 1; }, DEADLINE));
     lib.shutdown();
     EXPECT_EQ(1, replaced.count);

@@ -21,6 +21,7 @@ MultiThreadingObject::~MultiThreadingObject() {
 void MultiThreadingObject::startup() {
     Lock lock(_mutexActivityCounter);
     _disposing = false;
+    _refusing = false;
 }
 
 void MultiThreadingObject::shutdown() {
@@ -49,12 +50,12 @@ bool MultiThreadingObject::Disposing() {
 
 void MultiThreadingObject::refuseActivities() {
     Lock lock(_mutexActivityCounter);
-    _disposing = true;
+    _refusing = true;
 }
 
 bool MultiThreadingObject::incrementActivityCounterInternal() {
     Lock lock(_mutexActivityCounter);
-    if (_disposing) return false;
+    if (_disposing || _refusing) return false;
     _activityThreads.push_back(std::this_thread::get_id());
     ++_activityCounter;
     return true;

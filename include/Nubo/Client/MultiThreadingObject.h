@@ -35,7 +35,7 @@ public:
         MultiThreadingObjectLockGuard& operator=(const MultiThreadingObjectLockGuard&) = delete;
 
         /// Enters the object; to be called once per guard.
-        /// @return false when the object is disposing: the caller must leave it alone.
+        /// @return false when the object is disposing, or refuses: the caller must leave it alone.
         bool tryEnter();
 
     private:
@@ -74,15 +74,15 @@ public:
     /// caller for ever. That mistake is reported with an Error line.
     virtual void shutdown();
 
-    /// @return true from the end of `shutdown()`, or `refuseActivities()`, until the next `startup()`.
+    /// @return true from the end of `shutdown()` until the next `startup()`.
     bool Disposing();
 
     /// @return true while the calling thread is inside at least one of the activities.
     bool isInOwnActivity();
 
 protected:
-    /// Refuses further activities at once, without waiting for those that are entered: may be called from
-    /// inside one.
+    /// Refuses further activities until the next `startup()`, without waiting for those that are entered: may
+    /// be called from inside one. The object does not count as shut down.
     void refuseActivities();
 
 private:
@@ -91,7 +91,8 @@ private:
 
     uint32_t _activityCounter = 0;      // guarded by _mutexActivityCounter
     Poco::Mutex _mutexActivityCounter;  // leaf: held for a few instructions, never across user code
-    bool _disposing = false;            // guarded by _mutexActivityCounter
+    bool _disposing = false;            // guarded by _mutexActivityCounter, as is the next
+    bool _refusing = false;
     // One entry per activity, guarded by _mutexActivityCounter: whose thread is inside.
     std::vector<std::thread::id> _activityThreads;
     // Outlives the object in the hands of its messages; false once the destructor ran.

@@ -92,6 +92,7 @@ public:
     void socketClosedHandler(const Nubo::Net::WebsocketEventPayload& payload);
 
     /// Local and peer address of the socket; a default address after shutdown(). They may wait for a send.
+    /// @throws Poco::Exception once the connection has ended
     Poco::Net::SocketAddress address();
     Poco::Net::SocketAddress peerAddress();  ///< @copydoc address()
 
