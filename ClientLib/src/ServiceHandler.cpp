@@ -116,9 +116,8 @@ void ServiceHandler::shutdown() {
     MultiThreadingObject::shutdown();
 }
 
-// For a handler that is replaced and may be held, or be in use, by others all the same: messages that are
-// queued for it do nothing, and delegates, which may be gone before it is, hear nothing more. Announces
-// nothing.
+// For a handler that is replaced and that others may hold all the same: messages that are queued for it do
+// nothing, delegates, which may be gone before it is, hear nothing more, and its loss is not announced.
 void ServiceHandler::retire() {
     refuseActivities();
     leaveRegistryAndService();
