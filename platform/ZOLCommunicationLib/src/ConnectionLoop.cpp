@@ -1,6 +1,7 @@
 #include "ConnectionLoop.h"
 
 #include <Nubo/Net/TransportLimits.h>
+#include <Nubo/Util/SignalsBlocked.h>
 #include <Poco/Exception.h>
 #include <Poco/Net/NetException.h>
 #include <pthread.h>
@@ -9,34 +10,12 @@
 
 #include <algorithm>
 #include <array>
-#include <csignal>
 #include <exception>
 #include <limits>
 
 #include "SendRegistry.h"
 
 namespace Nubo::Net {
-
-namespace {
-
-// Signals are the application's: none is to interrupt the manager's thread, which inherits this mask.
-class SignalsBlocked {
-public:
-    SignalsBlocked() {
-        sigset_t all;
-        ::sigfillset(&all);
-        ::pthread_sigmask(SIG_SETMASK, &all, &_before);
-    }
-    ~SignalsBlocked() { ::pthread_sigmask(SIG_SETMASK, &_before, nullptr); }
-
-    SignalsBlocked(const SignalsBlocked&) = delete;
-    SignalsBlocked& operator=(const SignalsBlocked&) = delete;
-
-private:
-    sigset_t _before;
-};
-
-}  // namespace
 
 ConnectionLoop::ConnectionLoop(WebsocketConnectionManager& manager)
     : _manager(manager),
@@ -50,7 +29,7 @@ ConnectionLoop::ConnectionLoop(WebsocketConnectionManager& manager)
     mail.data.ptr = nullptr;  // a connection's event has its Served here
     if (::epoll_ctl(_epoll.get(), EPOLL_CTL_ADD, _mailbox->descriptor(), &mail) != 0)
         throw Poco::SystemException("epoll_ctl", Reasons::systemText(errno), errno);
-    const SignalsBlocked blocked;
+    const Nubo::Util::SignalsBlocked blocked;  // inherited by the thread
     _thread = std::thread(&ConnectionLoop::run, this);
 }
 

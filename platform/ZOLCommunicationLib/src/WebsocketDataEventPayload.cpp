@@ -14,7 +14,10 @@ WebsocketDataEventPayload::WebsocketDataEventPayload(const WebsocketDataEventPay
 
 // NOLINTNEXTLINE(performance-noexcept-move-constructor): see the header
 WebsocketDataEventPayload::WebsocketDataEventPayload(WebsocketDataEventPayload&& other)
-    : WebsocketEventPayload(other), data(std::exchange(other.data, std::string())), flags(other.flags) {}
+    : WebsocketEventPayload(other),
+      data(std::exchange(other.data, std::string())),
+      flags(other.flags),
+      receipt(other.receipt) {}
 
 WebsocketDataEventPayload::~WebsocketDataEventPayload() = default;
 

@@ -6,6 +6,7 @@
 #include <Nubo/Net/WebsocketEventPayload.h>
 #include <Poco/SharedPtr.h>
 
+#include <memory>
 #include <string>
 
 namespace Nubo::Net {
@@ -28,6 +29,11 @@ public:
 
     std::string data;  ///< the payload text
     int flags;         ///< FIN and opcode as in RFC 6455, 5.2: 0x81 for a text message, 0x82 for a binary one
+
+    /// Held as long as the data has not been delivered to the application; whoever passes the data on in
+    /// another form keeps a share. The manager counts what is held and stops reading a connection that has
+    /// too much of it. Null: nobody counts.
+    std::shared_ptr<const void> receipt;
 };
 
 }  // namespace Nubo::Net
