@@ -12,8 +12,10 @@
 
 #include <utility>
 
+#include "LossRate.h"
 #include "NonNull.h"
 #include "NotifyEach.h"
+#include "ReconnectThread.h"
 #include "RetryInterval.h"
 
 namespace Nubo::Client {
@@ -42,7 +44,9 @@ ServiceHandler::ServiceHandler(const std::string& serviceName, IClientLibInterfa
       _autoReconnect(autoReconnect),
       _countConnectServiceRetry(DEFAULT_RETRY_COUNT),
       _delayConnectServiceRetry(DEFAULT_RETRY_DELAY_MS),
-      _timeoutBeforePing(timeoutBeforePing) {}
+      _timeoutBeforePing(timeoutBeforePing),
+      _lossRate(std::make_unique<LossRate>()),
+      _reconnectThread(std::make_unique<ReconnectThread>(_reconnectThreadObject, _wait)) {}
 
 ServiceHandler::~ServiceHandler() {
     try {

@@ -25,6 +25,7 @@
 #include <cstdint>
 #include <list>
 #include <map>
+#include <memory>
 #include <set>
 #include <string>
 #include <string_view>
@@ -38,6 +39,8 @@ class URI;
 namespace Nubo::Client {
 
 class IClientLibInterface;
+class LossRate;
+class ReconnectThread;
 struct ParsedText_t;
 
 /// The library's representative of one micro service: it follows the service's registration, keeps the
@@ -237,7 +240,6 @@ private:
         WebSocketRequestHandler::Ptr worker;
         uint64_t generation;
     };
-    enum class ReconnectState { Idle, Running, RunAgain };
 
     // registry (ServiceHandler.cpp)
     void attachToRegistry(WebSocketRequestHandler::Ptr registry);
@@ -251,7 +253,8 @@ private:
 
     // connection (ServiceHandlerConnection.cpp)
     void ServiceAvailabilityChanged(bool available);
-    bool mayRebuildAtOnce();
+    void react(bool available);
+    bool noteLoss();
     void tearDownConnection();
     void announceAvailability();
     void checkReconnected();
@@ -260,9 +263,8 @@ private:
     bool connectToService();
     void startReconnectThread();
     bool joinReconnectThread();
-    bool mayRunAgain();
     bool isReconnectPossible() const;
-    void retryUntilConnected();
+    void retryUntilConnected(uint8_t count, uint32_t baseDelayMs);
     bool waitForNextSeries(long delayMs);
     bool postOpened();
     bool shutdownWebSocket();
@@ -338,18 +340,13 @@ private:
     // each is sent once. Caller's thread only.
     uint64_t _announcedGeneration = 0;
     std::chrono::steady_clock::time_point _announcedAt;
-    int _shortLivedConnections = 0;  // in a row, which were lost soon after they were announced
     uint64_t _subscribedGeneration = 0;
     std::set<std::string> _subscribedUris;
     uint64_t _removals = 0;  // counts removed subscribers, so that a running round notices them
 
-    // Leaf. A Poco::Thread says nothing reliable about a second run, so the state of the reconnect thread is
-    // kept here; its last decision, to end or to go on, is taken under this lock.
-    Nubo::Util::Mutex _mutexReconnect;
-    ReconnectState _reconnectState ZOL_GUARDED_BY(_mutexReconnect) = ReconnectState::Idle;
-    bool _reconnectJoined ZOL_GUARDED_BY(_mutexReconnect) = true;
-    Poco::Event _reconnectEnded{Poco::Event::EVENT_MANUALRESET};
-    std::atomic<bool> _reconnectStopped{false};
+    // Last: they work on members above.
+    const std::unique_ptr<LossRate> _lossRate;                // caller's thread only
+    const std::unique_ptr<ReconnectThread> _reconnectThread;  // locks itself
 };
 
 }  // namespace Nubo::Client
