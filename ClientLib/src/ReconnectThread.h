@@ -88,8 +88,9 @@ public:
         std::shared_ptr<const Nubo::Net::Cancellation> _cancellation;
     };
 
-    /// Holds `mutex`, which the thread holds across its attempts. Does not wait for one: the attempt in progress
-    /// is ended, and those that begin before the mutex is free. On the reconnect thread an ordinary lock.
+    /// Holds `mutex`, which the thread holds across its attempts. Does not wait for one: the attempt in
+    /// progress is ended, and those that begin before the mutex is free. On the reconnect thread an ordinary
+    /// lock.
     class Overtake {
     public:
         Overtake(ReconnectThread& owner, Poco::Mutex& mutex);
@@ -120,7 +121,7 @@ private:
     bool _stopped ZOL_GUARDED_BY(_mutex) = false;
     Retries_t _retries ZOL_GUARDED_BY(_mutex){};      // of this round
     Retries_t _nextRetries ZOL_GUARDED_BY(_mutex){};  // of the round that was asked for last
-    int _overtaking ZOL_GUARDED_BY(_mutex) = 0;  // who waits for a mutex that attempts hold
+    int _overtaking ZOL_GUARDED_BY(_mutex) = 0;       // who waits for a mutex that attempts hold
     std::shared_ptr<Nubo::Net::Cancellation> _attempt ZOL_GUARDED_BY(_mutex);
 };
 

@@ -11,10 +11,12 @@
 
 #include <exception>
 
+#include "ConnectBudget.h"
 #include "LossRate.h"
 #include "NonNull.h"
 #include "ReconnectThread.h"
 #include "RetryInterval.h"
+#include "SendLock.h"
 
 namespace Nubo::Client {
 
@@ -24,6 +26,8 @@ using StateLock = Nubo::Util::MutexLock;
 namespace {
 
 constexpr long JOIN_MS = 1000;
+constexpr std::chrono::milliseconds CALLERS_ATTEMPT{500};
+constexpr std::chrono::seconds THREADS_ATTEMPT{90};  // of which the transport gives 60 to the upgrade
 constexpr int RANDOM_STATE_SIZE = 256;
 constexpr int DELAY_SPREAD_MS = 100;
 constexpr int PAUSE_IN_DELAYS = 20;
@@ -66,7 +70,7 @@ void ServiceHandler::react(bool available) {
         const bool stays = !available && (!_autoReconnect || !isReconnectPossible());
         const bool atOnce = available || (!stays && noteLoss());
         if (!atOnce) tearDownConnection();
-        if (!stays && (!atOnce || !reconnectServiceSocket())) startReconnectThread();
+        if (!stays && (!atOnce || !connectAtOnce())) startReconnectThread();
     } catch (const Poco::Exception& e) {
         ZOL_LOG_ERROR("ServiceHandler::ServiceAvailabilityChanged - exception: " << e.displayText());
     } catch (...) {
@@ -80,6 +84,12 @@ void ServiceHandler::react(bool available) {
 bool ServiceHandler::noteLoss() {
     _lossRate->lost(std::chrono::steady_clock::now() - _announcedAt);
     return !_lossRate->tooHigh();
+}
+
+// The application's thread is not held by a peer, nor by a name server.
+bool ServiceHandler::connectAtOnce() {
+    const ConnectBudget budget(CALLERS_ATTEMPT, ConnectBudget::Names::LiteralsAndLocalhostOnly, nullptr);
+    return reconnectServiceSocket();
 }
 
 void ServiceHandler::tearDownConnection() {
@@ -174,7 +184,7 @@ bool ServiceHandler::post(Nubo::Util::DataMessageBase* message) {
 // --- connecting and tearing down, under _socketMutex, on the caller's or the reconnect thread ---
 
 bool ServiceHandler::reconnectServiceSocket() {
-    Lock lock(_socketMutex);
+    const ReconnectThread::Overtake lock(*_reconnectThread, _socketMutex);
     ZOL_LOG_DEBUG("reconnectServiceSocket: reconnecting to service: " << getServiceDescription());
     try {
         if (getWebSocket()) {
@@ -195,7 +205,7 @@ bool ServiceHandler::connectToService() {
                       .createNewWebsocket(_serviceName, address.host, address.port, _timeoutBeforePing);
     setConnection(worker);
     {
-        Lock workerLock(worker->getSocketMutex());
+        const SendLock workerLock(worker->getSocketMutex());
         addDelegates(*worker);
     }
     if (worker->closeReported()) return false;
@@ -210,7 +220,7 @@ void ServiceHandler::setConnection(const WebSocketRequestHandler::Ptr& worker) {
 }
 
 bool ServiceHandler::shutdownWebSocket() {
-    Lock lock(_socketMutex);
+    const ReconnectThread::Overtake lock(*_reconnectThread, _socketMutex);
     auto worker = getWebSocket();
     if (!worker) return true;
     removeDelegates(*worker);
@@ -218,7 +228,7 @@ bool ServiceHandler::shutdownWebSocket() {
 }
 
 bool ServiceHandler::destroyWebsocket() {
-    Lock lock(_socketMutex);
+    const ReconnectThread::Overtake lock(*_reconnectThread, _socketMutex);
     if (auto worker = getWebSocket()) {
         removeDelegates(*worker);
         try {
@@ -314,9 +324,21 @@ bool ServiceHandler::reconnectUnlessConnected(uint64_t& own) {
     Connection_t current = connection();
     const bool connected = _isSocketConnected && current.worker && !current.worker->closeReported();
     if (connected && current.generation != own) return true;
-    if (!reconnectServiceSocket()) return false;
+    if (!attemptReconnect()) return false;
     own = connection().generation;
     return true;
+}
+
+// @return false, too, when the system has no descriptor left
+bool ServiceHandler::attemptReconnect() {
+    try {
+        const ReconnectThread::Attempt attempt(*_reconnectThread);
+        const ConnectBudget budget(THREADS_ATTEMPT, ConnectBudget::Names::MayBeLookedUp,
+                                   attempt.cancellation());
+        return reconnectServiceSocket();
+    } catch (const Poco::SystemException&) {
+        return false;
+    }
 }
 
 // @return false when the thread was asked to stop

@@ -255,11 +255,13 @@ private:
     void ServiceAvailabilityChanged(bool available);
     void react(bool available);
     bool noteLoss();
+    bool connectAtOnce();
     void tearDownConnection();
     void announceAvailability();
     void checkReconnected();
     bool reconnectServiceSocket();
     bool reconnectUnlessConnected(uint64_t& own);
+    bool attemptReconnect();
     bool connectToService();
     void startReconnectThread();
     bool joinReconnectThread();
