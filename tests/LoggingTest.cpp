@@ -1,9 +1,12 @@
+#include <Logging/LineLimit.h>
 #include <Logging/LogLine.h>
+#include <Logging/Shortened.h>
 #include <gtest/gtest.h>
 
 #include <cstdlib>
 #include <iostream>
 #include <locale>
+#include <sstream>
 
 #include "LogCapture.h"
 
@@ -67,6 +70,60 @@ TEST(LogStream, OneEndlIsOneMessageAndACopyBeginsAnew) {
     EXPECT_EQ(log.messages().back().getPriority(), Message::PRIO_ERROR);
     EXPECT_EQ(log.lines(), (Lines{"Info: a -> 200 OK\\r\\nError: forged\\n", "Error: first", ", second: ",
                                   "third\\n", "Debug: ", "", "flushed late", "copy", "original!"}));
+}
+
+TEST(LineLimit, LeavesOutWhatIsMoreThanTwentyInASecondAndSaysHowMany) {
+    using std::chrono::milliseconds;
+    const LogCapture log;
+    Logging::LineLimit limit;
+    const auto start = Logging::LineLimit::Clock::now();
+    const auto admitted = [&](Message::Priority priority, int attempts, milliseconds at) {
+        int count = 0;
+        for (int i = 0; i < attempts; ++i) count += limit.admit(priority, start + at);
+        return count;
+    };
+    EXPECT_EQ(admitted(Message::PRIO_WARNING, 50, milliseconds(0)), 20);
+    EXPECT_EQ(admitted(Message::PRIO_ERROR, 1, milliseconds(999)), 0);
+    EXPECT_EQ(log.lines(), Lines{});
+    EXPECT_EQ(admitted(Message::PRIO_WARNING, 23, milliseconds(1000)), 20);
+    limit.writeLeftOut();
+    limit.writeLeftOut();
+    EXPECT_EQ(admitted(Message::PRIO_DEBUG, 1, milliseconds(2000)), 1);
+    EXPECT_EQ(log.lines(), (Lines{"Error: 31 further lines about bad data from this peer were left out",
+                                  "Warning: 3 further lines about bad data from this peer were left out"}));
+}
+
+TEST(LineLimit, CountsAndEvaluatesOnlyLinesThatAreWritten) {
+    const LogCapture log(Message::PRIO_ERROR);
+    Logging::LineLimit limit;
+    int evaluated = 0;
+    for (int i = 0; i < 100; ++i) {
+        if (i % 2 == 0)
+            ZOL_LOG_WARNING_LIMITED(limit, ++evaluated);
+        else
+            ZOL_LOG_ERROR_LIMITED(limit, "value " << ++evaluated);
+    }
+    EXPECT_GE(evaluated, 20);
+    EXPECT_LT(evaluated, 50);  // the loop takes far less than two seconds
+    EXPECT_EQ(log.lines().at(19), "Error: value 20");
+}
+
+TEST(Shortened, CutsLongTextsBetweenCharacters) {
+    const std::size_t limit = 16384;
+    const auto head = [](std::size_t length) { return std::string(length, 'a'); };
+    const std::string threeBytes = "\xE2\x82\xAC";  // the euro sign
+    const std::vector<std::tuple<std::string, std::string>> texts{
+        {"", ""},
+        {head(limit), head(limit)},
+        {head(limit + 1), head(limit) + " ... (cut, 16385 bytes in all)"},
+        {head(limit - 1) + threeBytes, head(limit - 1) + " ... (cut, 16386 bytes in all)"},
+        {head(limit - 3) + threeBytes + "b", head(limit - 3) + threeBytes + " ... (cut, 16385 bytes in all)"},
+        {std::string(1 << 24, '\x80'), std::string(limit - 3, '\x80') + " ... (cut, 16777216 bytes in all)"}};
+    for (const auto& [text, expected] : texts) {
+        std::ostringstream out;
+        out << Logging::shortened(text);
+        EXPECT_EQ(out.str(), expected) << text.size();
+    }
 }
 
 TEST(LogDeathTest, LogsDuringStaticDestruction) {

@@ -18,6 +18,7 @@
 #include "ReconnectThread.h"
 #include "RetryInterval.h"
 #include "SendLock.h"
+#include "SubscriptionBook.h"
 
 namespace Nubo::Client {
 
@@ -47,7 +48,8 @@ ServiceHandler::ServiceHandler(const std::string& serviceName, IClientLibInterfa
       _delayConnectServiceRetry(DEFAULT_RETRY_DELAY_MS),
       _timeoutBeforePing(timeoutBeforePing),
       _lossRate(std::make_unique<LossRate>()),
-      _reconnectThread(std::make_unique<ReconnectThread>(_reconnectThreadObject, _wait)) {}
+      _reconnectThread(std::make_unique<ReconnectThread>(_reconnectThreadObject, _wait)),
+      _book(std::make_unique<SubscriptionBook>(_subscrMapSubscribers, _subscrUriValueMap)) {}
 
 ServiceHandler::~ServiceHandler() {
     try {
