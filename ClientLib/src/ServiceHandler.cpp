@@ -15,6 +15,7 @@
 #include "NonNull.h"
 #include "NotifyEach.h"
 #include "RetryInterval.h"
+#include "SubscriptionBook.h"
 
 namespace Nubo::Client {
 
@@ -42,7 +43,8 @@ ServiceHandler::ServiceHandler(const std::string& serviceName, IClientLibInterfa
       _autoReconnect(autoReconnect),
       _countConnectServiceRetry(DEFAULT_RETRY_COUNT),
       _delayConnectServiceRetry(DEFAULT_RETRY_DELAY_MS),
-      _timeoutBeforePing(timeoutBeforePing) {}
+      _timeoutBeforePing(timeoutBeforePing),
+      _book(std::make_unique<SubscriptionBook>(_subscrMapSubscribers, _subscrUriValueMap)) {}
 
 ServiceHandler::~ServiceHandler() {
     try {
