@@ -7,6 +7,7 @@
 #include <array>
 #include <chrono>
 #include <cstdlib>
+#include <functional>
 #include <iostream>
 #include <locale>
 #include <sstream>
@@ -54,6 +55,27 @@ TEST(LogLine, InactiveLevelEvaluatesNothing) {
         EXPECT_EQ(log.lines().size(), active) << "level " << level;
         EXPECT_EQ(evaluated, active++) << "level " << level;
     }
+}
+
+TEST(LogLine, NothingIsEvaluatedWithoutAChannelWhoeverSetsIt) {
+    const LogCapture log;
+    Poco::Logger& logger = Logging::Log::Logger();
+    const auto channel = logger.getChannel();
+    int evaluated = 0;
+    const auto setters = {
+        std::function<void(const Poco::Channel::Ptr&)>([&](const auto& to) { logger.setChannel(to); }),
+        {[](const auto& to) { Poco::Logger::setChannel("", to); }}};  // root and below
+    for (const auto& set : setters) {
+        const int before = evaluated;
+        set(nullptr);
+        ZOL_LOG_ERROR(++evaluated);
+        EXPECT_FALSE(Logging::Log::IsLogLevelActive(Message::PRIO_FATAL));
+        set(channel);
+        ZOL_LOG_DEBUG(++evaluated);
+        EXPECT_EQ(evaluated, before + 1);
+    }
+    Poco::Logger::root().setChannel(nullptr);
+    EXPECT_EQ(log.lines(), (Lines{"Debug: 1", "Debug: 2"}));
 }
 
 TEST(LogStream, OneEndlIsOneMessageAndACopyBeginsAnew) {
