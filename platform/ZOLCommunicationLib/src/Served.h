@@ -28,7 +28,7 @@ struct Served {
     }
 
     const std::unique_ptr<Connection> connection;
-    unsigned interest = 0;   // what epoll waits for; 0: it does not know the descriptor
+    unsigned interest = 0;    // what epoll waits for; 0: it does not know the descriptor
     Timers::node_type timer;  // empty while it is among the timers
     MonotonicClock::TimePoint due = MonotonicClock::TimePoint::max();  // of its timer; max: not among them
     List* list = &unlisted;                                            // where its place is
