@@ -39,6 +39,12 @@ std::string message(const std::string& event, const std::string& value = "[]") {
     return R"({"type":"data","event":")" + event + R"(","data":)" + value + "}";
 }
 
+std::size_t countOf(const LogCapture& log, const std::string& start) {
+    const auto lines = log.lines();
+    return static_cast<std::size_t>(
+        std::count_if(lines.begin(), lines.end(), [&](const auto& line) { return line.find(start) == 0; }));
+}
+
 class ServiceHandlerTest : public testing::Test {
 protected:
     TestHandler::Ptr make() { return new TestHandler("Media", &lib, &sink, 5000, true); }
@@ -51,11 +57,7 @@ protected:
         log.clear();
         return lines;
     }
-    std::size_t count(const std::string& start) const {
-        const auto lines = log.lines();
-        return static_cast<std::size_t>(std::count_if(
-            lines.begin(), lines.end(), [&](const auto& line) { return line.find(start) == 0; }));
-    }
+    std::size_t count(const std::string& start) const { return countOf(log, start); }
 
     LogCapture log;
     FakeClientLib lib;
@@ -420,7 +422,9 @@ TEST_F(ServiceHandlerTest, LateMessagesDoNothing) {
 
 // --- with a client on the wire ---
 
-using ServiceHandlerWireTest = ClientTest;
+struct ServiceHandlerWireTest : ClientTest {
+    std::size_t count(const std::string& start) const { return countOf(log, start); }
+};
 
 TEST_F(ServiceHandlerWireTest, OneRequestPerResource) {
     auto handler = connect();
@@ -446,6 +450,9 @@ TEST_F(ServiceHandlerWireTest, OneRequestPerResource) {
 TEST_F(ServiceHandlerWireTest, ClientKnowsItsHandlersByName) {
     EXPECT_THROW(lib.addService(nullptr), Poco::NullPointerException);
     auto handler = add();
+    EXPECT_EQ(0U, count("Warning: ClientLib::addService: "));
+    add("My-Media");
+    EXPECT_EQ(1U, count("Warning: ClientLib::addService: service My-Media "));
     EXPECT_EQ(handler, lib.getServiceHandler("Media"));
     EXPECT_TRUE(lib.getServiceHandler("media").isNull());
     EXPECT_EQ(1U, log.count("Error: virtual Nubo::Client::ServiceHandler::Ptr Nubo::Client::ClientLib::"

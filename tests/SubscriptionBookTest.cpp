@@ -42,8 +42,8 @@ TEST_F(SubscriptionBookTest, KeepsTheTwoMaps) {
     book.remove(second);
     book.add("/M/a/", first, true);
     const std::string third = add(14, "/M/a/");
-    EXPECT_THAT(subscribers, ElementsAre(std::pair(first, std::list{first, third}),
-                                         std::pair(other, std::list{other})));
+    EXPECT_THAT(subscribers,
+                ElementsAre(std::pair(first, std::list{first, third}), std::pair(other, std::list{other})));
     EXPECT_EQ(first, values.at("/M/a/").subscrUri);
     EXPECT_TRUE(values.at("/M/a/").autosubscribe && !values.at("/M/b/").autosubscribe);
     auto* const a = book.findByRealUri("/M/a/");
@@ -67,8 +67,8 @@ TEST_F(SubscriptionBookTest, DeliversToThoseWhoWereThereAndStayed) {
     const struct {
         int at;
         std::vector<int> removed, served;
-    } table[] = {{0, {}, {0, 1, 2}},  {0, {0}, {0, 1, 2}}, {0, {1}, {0, 2}},       {0, {2}, {0, 1}},
-                 {1, {2}, {0, 1}},    {1, {0}, {0, 1, 2}}, {0, {2, 1}, {0}},       {0, {1, 2}, {0}},
+    } table[] = {{0, {}, {0, 1, 2}},  {0, {0}, {0, 1, 2}}, {0, {1}, {0, 2}},         {0, {2}, {0, 1}},
+                 {1, {2}, {0, 1}},    {1, {0}, {0, 1, 2}}, {0, {2, 1}, {0}},         {0, {1, 2}, {0}},
                  {0, {0, 1, 2}, {0}}, {2, {2}, {0, 1, 2}}, {2, {2, 1, 0}, {0, 1, 2}}};
     unsigned id = 10;
     for (const auto& row : table) {
@@ -105,9 +105,11 @@ TEST_F(SubscriptionBookTest, RoundsMayBeNested) {
 TEST_F(SubscriptionBookTest, RemembersWhoWasRemoved) {
     const std::string gone = add(12), stays = add(13);
     book.remove(gone);
-    for (const auto& uri : {gone, std::string("http://h/M/t?a=%2C#12-M")}) EXPECT_TRUE(book.wasRemoved(uri)) << uri;
-    for (const auto& uri : {stays, std::string("/M/t/#14-M"), std::string("/M/t/#012-M"), std::string("/M/t/"),
-                            std::string("/M/t/#-12-M"), std::string("/M/t/#12x-M"), std::string("/M/t/#4294967308-M")})
+    for (const auto& uri : {gone, std::string("http://h/M/t?a=%2C#12-M")})
+        EXPECT_TRUE(book.wasRemoved(uri)) << uri;
+    for (const auto& uri :
+         {stays, std::string("/M/t/#14-M"), std::string("/M/t/#012-M"), std::string("/M/t/"),
+          std::string("/M/t/#-12-M"), std::string("/M/t/#12x-M"), std::string("/M/t/#4294967308-M")})
         EXPECT_FALSE(book.wasRemoved(uri)) << uri;
 }
 
@@ -141,8 +143,13 @@ TEST_F(SubscriptionBookTest, TakesTimeInProportion) {
     };
     const std::pair<const char*, std::function<void(const Uris&)>> works[] = {
         {"removed last first",
-         [&](const Uris& uris) { std::for_each(uris.rbegin(), uris.rend(), [&](auto& uri) { book.remove(uri); }); }},
-        {"found", [&](const Uris& uris) { for (const auto& uri : uris) ASSERT_TRUE(book.findBySubscriber(uri)); }},
+         [&](const Uris& uris) {
+             std::for_each(uris.rbegin(), uris.rend(), [&](auto& uri) { book.remove(uri); });
+         }},
+        {"found",
+         [&](const Uris& uris) {
+             for (const auto& uri : uris) ASSERT_TRUE(book.findBySubscriber(uri));
+         }},
         {"delivered while one leaves",
          [&](const Uris& uris) { delivered(uris[0], [&](const auto&) { book.remove(uris[0]); }); }}};
     for (const auto& [name, work] : works) EXPECT_LT(timed(8000, work), 8 * timed(2000, work)) << name;

@@ -52,7 +52,7 @@ struct ParsedText_t;
 /// need not subscribe again after an outage (if it does, it removes the old subscription first).
 ///
 /// A service name must not contain '-': notifications are matched by the part of the event's fragment between
-/// its first two dashes.
+/// its first two dashes. ClientLib::addService() warns of one that does.
 class ZOL_EXPORT ServiceHandler : public MultiThreadingObject,
                                   public IWebSocketOpenedHandlerImpl,
                                   public IWebSocketClosedHandlerImpl,
