@@ -406,6 +406,70 @@ TEST_F(ServiceHandlerTest, FramesBecomeMessages) {
     EXPECT_EQ(2U, log.count(REFUSED));
 }
 
+TEST_F(ServiceHandlerTest, WhatPeersSendMakesFewAndShortLines) {
+    const std::string line = "Error: OnWebSocketNotification: error parsing JSON: ", bad = R"({"a":1})";
+    const auto frame = TestHandler::payload("");
+    handler->WebSocketDataAvailableHandler({frame, "3 of 7 bytes"});
+    handler->receive(R"({"type":"data","event":"http://h:)" + std::string(100000, '9') + R"("})");
+    const auto lines = taken();
+    EXPECT_EQ("Warning: WebsocketDataObjectSplitter: 3 of 7 bytes", lines.at(0));
+    for (std::size_t i = 1; i < lines.size(); ++i) EXPECT_LT(lines[i].size(), 20000U);
+    for (int i = 0; i < 1000; ++i) {
+        handler->receive(bad);
+        handler->handle(bad);
+    }
+    EXPECT_GT(count(line), 5U);
+    EXPECT_GT(count(SYNC), 5U);
+    EXPECT_LT(count("Error: "), 500U);  // 20 in each second
+    handler->close("end of stream");
+    sink.dispatch();
+    EXPECT_TRUE(log.contains(" further lines about bad data from this peer were left out"));
+
+    TestHandler::Ptr all[] = {make(), make(), make()};  // one of them says what is bad
+    for (auto& each : all) each->start();
+    log.clear();
+    for (const auto& text : {bad, message("/?name=Media#1-Media")})
+        lib.registry->enqueueSocketData(TestHandler::payload(text));
+    lib.registry->enqueueSocketData({frame, "3 of 7 bytes"});
+    EXPECT_TRUE(log.waitFor("3 of 7 bytes"));
+    lib.registry->shutdown();
+    EXPECT_EQ(1U, count(line));
+    EXPECT_EQ(1U, count("Warning: WebsocketDataObjectSplitter: "));
+    EXPECT_EQ(3U, sink.dispatch());
+}
+
+TEST_F(ServiceHandlerTest, DataIsUndeliveredUntilItsMessagesHaveRun) {
+    for (const bool refused : {false, true}) {
+        sink.refuse(refused);
+        auto payload = TestHandler::payload(message("/Media/t/#1-Media") + message("/Media/t/#2-Media"));
+        const auto receipt = std::make_shared<int>();
+        payload.receipt = receipt;
+        handler->WebSocketDataAvailableHandler(payload);
+        payload.receipt = nullptr;
+        EXPECT_EQ(refused ? 1 : 3, receipt.use_count());
+        sink.dispatch();
+        EXPECT_EQ(1, receipt.use_count());
+    }
+}
+
+TEST_F(ServiceHandlerTest, AServiceDoesNotSpeakForTheRegistry) {
+    handler->start();
+    handler->setNewServiceAddress("10.0.0.5", 80);
+    const auto withdrawn = TestHandler::payload(message("/?name=Media#1-Media"));
+    handler->getWebSocket()->SocketDataAvailable.notify(nullptr, withdrawn);
+    EXPECT_EQ(0U, sink.pending());
+    for (const char* uri : {"/", "//", "/?name=Media", "http://10.0.0.5/"}) {
+        log.clear();
+        EXPECT_EQ("", subscribe(uri)) << uri;
+        EXPECT_THAT(log.lines(),
+                    ElementsAre(StartsWith("Error: ServiceHandler::addSubscription - exception: ")));
+    }
+    EXPECT_TRUE(handler->isAvailable());
+    lib.registry->SocketDataAvailable.notify(nullptr, withdrawn);
+    EXPECT_EQ(1U, sink.dispatch());
+    EXPECT_FALSE(handler->isAvailable());
+}
+
 TEST_F(ServiceHandlerTest, LateMessagesDoNothing) {
     for (const bool destroyed : {false, true}) {
         handler->start();

@@ -7,8 +7,8 @@
 
 namespace Nubo::Client {
 
-/// A set of numbers that only grows, in bounded memory: numbers in a row are kept as one range. Beyond MAX_RANGES
-/// the two lowest ranges become one, and the numbers between them belong to the set from then on.
+/// A set of numbers that only grows, in bounded memory: numbers in a row are kept as one range. Beyond
+/// MAX_RANGES the two lowest ranges become one, and the numbers between them belong to the set from then on.
 class IdRanges {
 public:
     static constexpr std::size_t MAX_RANGES = 1024;

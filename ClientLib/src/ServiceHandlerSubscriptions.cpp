@@ -78,6 +78,8 @@ std::string ServiceHandler::addSubscription(const std::string& uri, const std::s
     std::string virtualUri;
     try {
         const std::string realUri = withoutFragment(normalizeUrl(uri));
+        if (UriText(realUri).path() == "/")
+            throw Poco::InvalidArgumentException("the path \"/\" is the registry's", uri);
         checkExpansionLevel(realUri);
         const std::string candidate =
             realUri + "#" + encoded(getUniqueId() + "-" + _serviceName + (tag.empty() ? "" : "-" + tag), "");

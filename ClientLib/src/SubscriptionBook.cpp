@@ -58,8 +58,8 @@ SubscriptionBook::Resource_t& SubscriptionBook::add(const std::string& realUri, 
     return *resource;
 }
 
-SubscriptionBook::Resource_t& SubscriptionBook::addResource(const std::string& realUri, const std::string& event,
-                                                            bool autosubscribe) {
+SubscriptionBook::Resource_t& SubscriptionBook::addResource(const std::string& realUri,
+                                                            const std::string& event, bool autosubscribe) {
     const ServiceHandler::SubscriptionUriValue_t unknown{event, nullptr, autosubscribe};
     const auto value = _values.insert_or_assign(realUri, unknown).first;
     const auto subscribers = _subscribers.try_emplace(event).first;
@@ -70,7 +70,8 @@ void SubscriptionBook::remove(const std::string& virtualUri) {
     const auto found = _bySubscriber.find(virtualUri);
     if (found == _bySubscriber.end()) return;
     const Place_t place = found->second;
-    for (Round* round = _innermost; round != nullptr; round = round->_outer) round->stepOver(place.subscriber);
+    for (Round* round = _innermost; round != nullptr; round = round->_outer)
+        round->stepOver(place.subscriber);
     if (const auto id = idOf(virtualUri)) _removedIds.insert(*id);
     _bySubscriber.erase(found);  // before the text that its key looks at
     std::list<std::string>& subscribers = place.resource->subscribers->second;

@@ -19,9 +19,9 @@ namespace Nubo::Client {
 /// O(log n), everything else the same or constant time.
 ///
 /// Three kinds of URIs, all as ServiceHandler::normalizeUrl() writes them. The real URI names the resource. A
-/// virtual URI names one subscriber: real URI, '#', the subscriber's id, '-', anything. The event of a resource
-/// is the virtual URI of its first subscriber, and stays when that one has left: it is what the service was
-/// sent and what it echoes. Caller's thread only; throws nothing itself.
+/// virtual URI names one subscriber: real URI, '#', the subscriber's id, '-', anything. The event of a
+/// resource is the virtual URI of its first subscriber, and stays when that one has left: it is what the
+/// service was sent and what it echoes. Caller's thread only; throws nothing itself.
 class SubscriptionBook {
 public:
     using Subscribers = ServiceHandler::SubscripersMapType;
@@ -31,14 +31,15 @@ public:
     struct Resource_t {
         Subscribers::iterator subscribers;
         Values::iterator value;
-        uint64_t sentOn = 0;  ///< number of the connection on which the subscription was sent last, 0 for none
+        uint64_t sentOn =
+            0;  ///< number of the connection on which the subscription was sent last, 0 for none
 
         const std::string& event() const { return subscribers->first; }
     };
 
     /// One delivery: hands out those who subscribe to a resource when it begins, as they came. Between two
-    /// calls of next() anybody may be added, who is not handed out, and removed, who is not handed out either.
-    /// Rounds may be nested: the last one made ends first.
+    /// calls of next() anybody may be added, who is not handed out, and removed, who is not handed out
+    /// either. Rounds may be nested: the last one made ends first.
     class Round {
     public:
         Round(SubscriptionBook& book, const Resource_t& resource);
@@ -76,11 +77,11 @@ public:
 
     /// These return null when there is none.
     Resource_t* findByRealUri(const std::string& realUri);
-    Resource_t* findByEvent(std::string_view event);             ///< @copydoc findByRealUri()
+    Resource_t* findByEvent(std::string_view event);            ///< @copydoc findByRealUri()
     Resource_t* findBySubscriber(std::string_view virtualUri);  ///< @copydoc findByRealUri()
 
-    /// Whether the id in the URI's fragment is that of a subscriber who was removed. Remembered for ever, but in
-    /// bounded memory: with more gaps between such ids than IdRanges keeps, the oldest gaps count as well.
+    /// Whether the id in the URI's fragment is that of a subscriber who was removed. Remembered for ever, but
+    /// in bounded memory: with more gaps between such ids than IdRanges keeps, the oldest gaps count as well.
     /// @throws Poco::SyntaxException when it is no URI
     bool wasRemoved(const std::string& virtualUri) const;
 

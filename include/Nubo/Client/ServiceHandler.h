@@ -29,8 +29,8 @@
 #include <string>
 #include <vector>
 
-namespace Poco {
-class URI;
+namespace Logging {
+class LineLimit;
 }
 
 namespace Nubo::Client {
@@ -133,6 +133,7 @@ public:
 
     /// Subscribes to a resource. The service sees one subscription per resource, however many subscribers.
     /// @param uri the resource; scheme, host and port are dropped, the rest is normalised (normalizeUrl)
+    ///        The path "/" is refused: it is the registry's.
     /// @param tag comes back as `additionalFragment` of each notification; may be empty, may contain '-'
     /// @param autosubscribe passed to the service by the first subscriber of the resource
     /// @return the subscriber's own URI: it names the subscriber in notifications and removes the
@@ -242,7 +243,8 @@ private:
     // registry (ServiceHandler.cpp)
     void attachToRegistry(WebSocketRequestHandler::Ptr registry);
     void detachFromRegistry();
-    void addDelegates(WebSocketRequestHandler& worker);
+    using DataHandler = void (ServiceHandler::*)(const Nubo::Net::WebsocketDataEventPayload&);
+    void addDelegates(WebSocketRequestHandler& worker, DataHandler onData);
     void removeDelegates(WebSocketRequestHandler& worker);
     void retire();
     void leaveRegistryAndService();
@@ -281,8 +283,12 @@ private:
     uint64_t sendToService(const Nubo::Command::WebSocketRequestObject& request);
 
     // notifications (ServiceHandlerNotifications.cpp)
+    enum class Origin { OwnConnection, Elsewhere };
+    void OwnConnectionDataHandler(const Nubo::Net::WebsocketDataEventPayload& payload);
+    void receive(const Nubo::Net::WebsocketDataEventPayload& payload, Origin origin);
     bool concerns(const std::vector<ParsedText_t>& texts) const;
-    void postNotifications(const std::vector<ParsedText_t>& texts);
+    void postNotification(const ParsedText_t& parsed, Origin origin,
+                          const std::shared_ptr<const void>& receipt);
     void handleServiceUpdates(const Poco::JSON::Object& notification);
     void handleNotification(const Poco::JSON::Object::Ptr& data, const std::string& event,
                             const std::string& type);
@@ -337,6 +343,8 @@ private:
 
     // Who subscribes to what: the index over the two maps above. Caller's thread only.
     const std::unique_ptr<SubscriptionBook> _book;
+    // Bounds the lines about what peers send; locks itself.
+    const std::unique_ptr<Logging::LineLimit> _badDataLines;
 };
 
 }  // namespace Nubo::Client
