@@ -36,6 +36,8 @@ class LineLimit;
 namespace Nubo::Client {
 
 class IClientLibInterface;
+class LossRate;
+class ReconnectThread;
 class SubscriptionBook;
 struct ParsedText_t;
 
@@ -238,7 +240,6 @@ private:
         WebSocketRequestHandler::Ptr worker;
         uint64_t generation;
     };
-    enum class ReconnectState { Idle, Running, RunAgain };
 
     // registry (ServiceHandler.cpp)
     void attachToRegistry(WebSocketRequestHandler::Ptr registry);
@@ -253,18 +254,20 @@ private:
 
     // connection (ServiceHandlerConnection.cpp)
     void ServiceAvailabilityChanged(bool available);
-    bool mayRebuildAtOnce();
+    void react(bool available);
+    bool noteLoss();
+    bool connectAtOnce();
     void tearDownConnection();
     void announceAvailability();
     void checkReconnected();
     bool reconnectServiceSocket();
     bool reconnectUnlessConnected(uint64_t& own);
+    bool attemptReconnect();
     bool connectToService();
     void startReconnectThread();
     bool joinReconnectThread();
-    bool mayRunAgain();
     bool isReconnectPossible() const;
-    void retryUntilConnected();
+    void retryUntilConnected(uint8_t count, uint32_t baseDelayMs);
     bool waitForNextSeries(long delayMs);
     bool postOpened();
     bool shutdownWebSocket();
@@ -331,16 +334,10 @@ private:
     // The connection last announced. Caller's thread only.
     uint64_t _announcedGeneration = 0;
     std::chrono::steady_clock::time_point _announcedAt;
-    int _shortLivedConnections = 0;  // in a row, which were lost soon after they were announced
 
-    // Leaf. A Poco::Thread says nothing reliable about a second run, so the state of the reconnect thread is
-    // kept here; its last decision, to end or to go on, is taken under this lock.
-    Nubo::Util::Mutex _mutexReconnect;
-    ReconnectState _reconnectState ZOL_GUARDED_BY(_mutexReconnect) = ReconnectState::Idle;
-    bool _reconnectJoined ZOL_GUARDED_BY(_mutexReconnect) = true;
-    Poco::Event _reconnectEnded{Poco::Event::EVENT_MANUALRESET};
-    std::atomic<bool> _reconnectStopped{false};
-
+    // Last: they work on members above.
+    const std::unique_ptr<LossRate> _lossRate;                // caller's thread only
+    const std::unique_ptr<ReconnectThread> _reconnectThread;  // locks itself
     // Who subscribes to what: the index over the two maps above. Caller's thread only.
     const std::unique_ptr<SubscriptionBook> _book;
     // Bounds the lines about what peers send; locks itself.
