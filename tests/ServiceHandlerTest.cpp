@@ -140,17 +140,33 @@ TEST_F(ServiceHandlerTest, NullInterfacesAreLogLines) {
 }
 
 TEST_F(ServiceHandlerTest, NormalizesUrls) {
-    for (const char* text :
-         {"http://me@10.0.0.5:80/media/tracks|/media/tracks/", "/media/tracks///|/media/tracks/",
-          "/media|/media/", "/media/tracks/4711//|/media/tracks/4711", "/|/", "|", "?a=b|?a=b",
-          "/media/tracks/a/b/|/media/tracks/a/b", "http://10.0.0.5|", "/m/a%20b/c%25d|/m/a%20b/c%25d",
-          "/m/t?$fields=a,b#12-m-0xa|/m/t/?%24fields=a%2Cb#12-m-0xa", "/m/t#a%20b|/m/t/#a%20b",
-          "/m/t/%2F|/m/t/", "/m/$id/|/m/%24id/", "/m/t?a=%2525|/m/t/?a=%2525"}) {
+    for (const char* text : {"http://me@10.0.0.5:80/media/tracks|/media/tracks/",
+                             "/media/tracks///|/media/tracks/",
+                             "/media|/media/",
+                             "/media/tracks/4711//|/media/tracks/4711",
+                             "/|/",
+                             "|",
+                             "?a=b|?a=b",
+                             "/media/tracks/a/b/|/media/tracks/a/b",
+                             "http://10.0.0.5|",
+                             "/m/a%20b/c%25d|/m/a%20b/c%25d",
+                             "/m/t?$fields=a,b#12-m-0xa|/m/t/?%24fields=a%2Cb#12-m-0xa",
+                             "/m/t#a%20b|/m/t/#a%20b",
+                             "/m/t/%2F|/m/t/",
+                             "/m/$id/|/m/%24id/",
+                             "/m/t?a=%2525|/m/t/?a=%2525",
+                             "/m/t?n=C%2B%2b&m=a+b|/m/t/?n=C%2B%2B&m=a+b",
+                             "/m/t?n=%252B|/m/t/?n=%252B",
+                             "m/t:1|m/t:1/",
+                             "m/t|m/t/",
+                             "./a:b|./a:b/",
+                             "/a:b|/a:b/"}) {
         const Row row(text, "|");
         EXPECT_EQ(row[1], handler->normalizeUrl(row[0])) << text;
         EXPECT_EQ(row[1], handler->normalizeUrl(row[1])) << text;
     }
-    for (const char* bad : {"/m/%zz", "http://[::1", "/m?a=%zz"})
+    for (const char* bad :
+         {"/m/%zz", "http://[::1", "/m?a=%zz", "/m?a=%2B%", "mailto:x", "a:b", "a:b:c", "a%3Ab"})
         EXPECT_THROW(handler->normalizeUrl(bad), Poco::SyntaxException) << bad;
 }
 
