@@ -382,10 +382,12 @@ TEST_P(StalledSend, EndsTheConnection) {
     };
     manager->addConnection(link.socket, 0);
     sending = std::async(std::launch::async, [&, socket = link.socket]() mutable {
-        if (GetParam().byDelegate)
-            link.peer.send(frames::text("write"));
-        else
+        if (!GetParam().byDelegate) {
             Nubo::Net::sendFrame(*socket, message, WebSocket::FRAME_TEXT);
+        } else {
+            link.peer.send(frames::text("write"));
+            recorder.wait(2, socket);  // as long as the send lasts
+        }
     });
     link.peer.awaitData();
     const auto start = MonotonicClock::now();
