@@ -206,7 +206,7 @@ TEST_F(WebSocketCreationTest, UpgradesThatDripEndByTimeAndByShutdown) {
         dripping.connection(1);
         client.shutdown();
     });
-    EXPECT_EQ("Software caused connection abort: ended by shutdown",
+    EXPECT_EQ("Software caused connection abort: ended by this side",
               failureAt(dripping, 1, [&] { create(dripping); }));
 }
 

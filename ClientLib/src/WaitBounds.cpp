@@ -52,7 +52,7 @@ bool WaitBounds::polled(int descriptor, short events, int milliseconds) const {
     if (count <= 0) return false;
     const bool cancelled =
         std::any_of(awaited.begin() + 1, awaited.end(), [](const pollfd& each) { return each.revents != 0; });
-    if (cancelled) throw Poco::Net::ConnectionAbortedException("ended by shutdown");
+    if (cancelled) throw Poco::Net::ConnectionAbortedException("ended by this side");
     return true;
 }
 
