@@ -1,8 +1,8 @@
 // How an application tests its own listener: against services that the test itself plays.
 
 #include <Nubo/Client/ClientLib.h>
+#include <Nubo/Client/MessageQueue.h>
 #include <Nubo/Client/ServiceListener.h>
-#include <Nubo/Simulator/MessageSink.h>
 #include <Nubo/Simulator/Platform.h>
 #include <gtest/gtest.h>
 
@@ -45,7 +45,7 @@ protected:
     TrackDisplayTest() {
         media.setElement("tracks", "0xa", R"({"title":"First"})");
         client.startup();
-        client.addService(new ServiceHandler("Media", &client, &sink, 5000, true));
+        client.addService(new ServiceHandler("Media", &client, &queue, 5000, true));
         display.emplace(client);  // now that the client knows Media
         display->startup();
     }
@@ -62,13 +62,13 @@ protected:
     }
     /// Waits for what the display shall show, and no longer. The deadline is for a test that fails.
     bool shows(const std::string& text) {
-        return sink.dispatchUntil([&] { return display->shown == text; }, 10s);
+        return queue.dispatchUntil([&] { return display->shown == text; }, 10s);
     }
 
     Platform platform;
     Service& media = platform.addService("Media");
-    MessageSink sink;
-    ClientLib client{&sink, parameters()};
+    MessageQueue queue;
+    ClientLib client{&queue, parameters()};
     std::optional<TrackDisplay> display;
 };
 

@@ -2,10 +2,10 @@
 // one of its resources is read and subscribed to, the service is restarted, the application stops.
 
 #include <Nubo/Client/ClientLib.h>
+#include <Nubo/Client/MessageQueue.h>
 #include <Nubo/Client/ServiceListener.h>
 #include <Nubo/Command/ResponseObject.h>
 #include <Nubo/Command/WebSocketResponseObject.h>
-#include <Nubo/Simulator/MessageSink.h>
 #include <Nubo/Simulator/Platform.h>
 
 #include <iostream>
@@ -69,15 +69,15 @@ void run() {
     parameters.countConnectService_Retry = 3;
     parameters.delayConnectService_Retry = 100;  // milliseconds
 
-    Nubo::Simulator::MessageSink sink;  // outlives the client, which outlives the listeners
-    ClientLib client(&sink, parameters);
+    MessageQueue queue;  // outlives the client, which outlives the listeners
+    ClientLib client(&queue, parameters);
     client.startup();
-    client.addService(new ServiceHandler("Media", &client, &sink, 5000, true));
+    client.addService(new ServiceHandler("Media", &client, &queue, 5000, true));
     Player player(client);
     player.startup();
 
     // Runs the library's messages, and with them the player's callbacks, on this thread.
-    const auto comes = [&sink](auto condition) { return sink.dispatchUntil(condition, 3s); };
+    const auto comes = [&queue](auto condition) { return queue.dispatchUntil(condition, 3s); };
     require(comes([&] { return player.available; }), "Media did not become available");
 
     const auto answer = client.getResourceElement(TRACK);
@@ -103,7 +103,7 @@ void run() {
 
     player.shutdown();  // first the listeners,
     client.shutdown();  // then the client: no thread of the library is left,
-    sink.dispatch();    // then the messages that are still there; they do nothing any more
+    queue.close();      // then the messages that are still there: they are dropped
     say("stopped");
 }
 

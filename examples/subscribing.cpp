@@ -1,9 +1,9 @@
 // When to subscribe: as soon as the service is available, and then never again.
 
 #include <Nubo/Client/ClientLib.h>
+#include <Nubo/Client/MessageQueue.h>
 #include <Nubo/Client/ServiceListener.h>
 #include <Nubo/Command/WebSocketResponseObject.h>
-#include <Nubo/Simulator/MessageSink.h>
 #include <Nubo/Simulator/Platform.h>
 
 #include <iostream>
@@ -54,16 +54,16 @@ int main() {
     ClientLib::ClientLibParameters parameters{};  // zero: no pings, no TCP keep-alive
     parameters.countConnectService_Retry = 3;
     parameters.delayConnectService_Retry = 100;  // milliseconds
-    Nubo::Simulator::MessageSink sink;
-    ClientLib client(&sink, parameters);
+    MessageQueue queue;
+    ClientLib client(&queue, parameters);
     client.startup();
-    client.addService(new ServiceHandler("Climate", &client, &sink, 5000, true));
+    client.addService(new ServiceHandler("Climate", &client, &queue, 5000, true));
     Thermometer thermometer(client);
     thermometer.startup();
 
     bool asExpected = true;
     const auto becomes = [&](double measured) {
-        asExpected &= sink.dispatchUntil([&] { return thermometer.measured == measured; }, 10s);
+        asExpected &= queue.dispatchUntil([&] { return thermometer.measured == measured; }, 10s);
     };
     becomes(18);  // the present data comes with the subscription
     climate.setElement("zones", "left", zone(19));

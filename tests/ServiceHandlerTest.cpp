@@ -59,7 +59,7 @@ protected:
 
     LogCapture log;
     FakeClientLib lib;
-    Nubo::Simulator::MessageSink sink;
+    RefusingQueue sink;
     TestHandler::Ptr handler = make();
 };
 

@@ -5,6 +5,7 @@ target_sources(VocabularyTest PRIVATE ${client}/UpdateClone.cpp)  # not exported
 target_include_directories(VocabularyTest PRIVATE ${client})
 zol_add_test(ServiceHandlerTest REGISTRY)
 zol_add_test(ActivityGuardTest)
+zol_add_test(MessageQueueTest)
 zol_add_test(WorkerTest)
 zol_add_test(HttpPathTest REGISTRY)
 zol_add_test(WebSocketCreationTest REGISTRY)
