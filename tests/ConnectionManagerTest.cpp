@@ -441,6 +441,40 @@ TEST_F(ConnectionManager, ItsEndIsReportedAndPayloadsOutliveIt) {
     EXPECT_THROW(kept.webSocketProxy.write("late"), Poco::Exception);
 }
 
+TEST_F(ConnectionManager, CallsLaterWhenTheTimeHasComeUnlessItIsGoneBefore) {
+    std::atomic<int> calls{0};
+    const auto id = std::this_thread::get_id();
+    manager->callLater(1h, [&] { calls += 100; });
+    manager->callLater(2s, [&] { calls += std::this_thread::get_id() == id ? 100 : 1; });
+    manager->callLater(1s, [&] {
+        ++calls;
+        throw std::runtime_error("thrown by an action");
+    });
+    manager->callLater(0s, [&] { ++calls; });
+    EXPECT_TRUE(eventually([&] { return calls == 1; }));
+    MonotonicClock::advance(2s);
+    EXPECT_TRUE(eventually([&] { return calls == 3; }));
+    manager.reset();
+    EXPECT_EQ(calls, 3);
+}
+
+TEST_F(ConnectionManager, CancelledSendsFailAtOnceAndCloseStillWorks) {
+    std::future<void> sending;
+    Link link = add();
+    Link idle = add();
+    sending = std::async(std::launch::async, [socket = link.socket]() mutable {
+        Nubo::Net::sendFrame(*socket, std::string(8'000'000, 'x'), WebSocket::FRAME_TEXT);
+    });
+    link.peer.awaitData();
+    for (Link* each : {&link, &idle}) {
+        Nubo::Net::cancelSends(*each->socket);
+        EXPECT_THROW(Nubo::Net::sendFrame(*each->socket, "late", WebSocket::FRAME_TEXT), Poco::Exception);
+    }
+    EXPECT_THROW(sending.get(), Poco::Exception);
+    Nubo::Net::sendClose(*idle.socket);
+    EXPECT_EQ(idle.peer.receive().payload, frames::number(1000, 2));
+}
+
 TEST_F(ConnectionManager, AnUpgradeThatDripsIsEndedAndLeavesNoDescriptor) {
     const auto before = descriptorCount();
     auto opening = std::async(std::launch::async, [this] { return open(listener.port(), manager); });

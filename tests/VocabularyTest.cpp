@@ -149,24 +149,29 @@ TEST(Splitter, RaisesABlockThatIsOneObjectAsItIsAndReportsARest) {
             last = &object;
             EXPECT_EQ(object.flags, 0x81);
         }
-        Texts texts;
+        void onDropped(const WebsocketDataEventPayload& rest) { dropped.push_back(rest.Reason + rest.data); }
+        Texts texts, dropped;
         const WebsocketDataEventPayload* last = nullptr;
     } receiver;
     WebsocketDataObjectSplitter splitter;
     splitter.ObjectAvailable += Poco::delegate(&receiver, &decltype(receiver)::onObject);
+    splitter.IncompleteDropped += Poco::delegate(&receiver, &decltype(receiver)::onDropped);
     Nubo::Net::WebSocketProxy proxy(nullptr, nullptr);
     WebsocketDataEventPayload block(proxy);
     block.flags = 0x81;
     const LogCapture log;
     for (const std::string& text :
          {std::string(R"({"a":{}})"), R"({"b":"{"} {"c":[{}]} )" + std::string(100000, '{')}) {
-        EXPECT_TRUE(log.lines().empty());
+        EXPECT_TRUE(receiver.dropped.empty());
         block.data = text;
         splitter.onDataBlockAvailable(block);
         EXPECT_EQ(receiver.last == &block, text == receiver.texts[0]) << "copied needlessly";
     }
-    EXPECT_TRUE(log.contains("Warning: WebsocketDataObjectSplitter: incomplete JSON object dropped"));
-    splitter.splitJsonDataObjectString("[{}", receiver.texts);
+    EXPECT_EQ(receiver.dropped, Texts{"incomplete JSON object dropped, 100000 of 100021 bytes"});
+    EXPECT_TRUE(log.lines().empty()) << "not on the manager's thread";
+    splitter.splitJsonDataObjectString("[{}{", receiver.texts);
+    EXPECT_TRUE(
+        log.contains("Warning: WebsocketDataObjectSplitter: incomplete JSON object dropped, 1 of 4 bytes"));
     EXPECT_EQ(receiver.texts, (Texts{R"({"a":{}})", R"({"b":"{"})", R"({"c":[{}]})", "{}"}));
 }
 

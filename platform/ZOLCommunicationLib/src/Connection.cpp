@@ -97,6 +97,7 @@ void Connection::noticeSender(TimePoint now) {
         _senderWatch.end();
     else
         _senderWatch.begin(since, now, descriptor());
+    if (_channel->closeWanted()) _channel->queueClose(CloseCode::NORMAL);
     if (_channel->closing()) expectEnd(now, Reasons::closeUnanswered());
     if (const std::string* const why = _channel->failure()) expectEnd(now, Reasons::sendFailed(*why));
 }

@@ -12,6 +12,7 @@
 #include <array>
 #include <exception>
 #include <limits>
+#include <utility>
 
 #include "SendRegistry.h"
 
@@ -54,6 +55,10 @@ void ConnectionLoop::add(const Poco::SharedPtr<Poco::Net::WebSocket>& socket,
     }
 }
 
+void ConnectionLoop::callLater(std::chrono::milliseconds delay, std::function<void()> action) {
+    _mailbox->callAt(MonotonicClock::now() + delay, std::move(action));
+}
+
 void ConnectionLoop::run() {
     ::pthread_setname_np(::pthread_self(), "zol-sockets");
     _mailbox->bindToThisThread();
@@ -74,6 +79,7 @@ void ConnectionLoop::turn() {
 int ConnectionLoop::waitMilliseconds() {
     TimePoint due = std::min(_upgrades.next(), _stopAt);
     if (!_timers.empty()) due = std::min(due, _timers.begin()->first);
+    if (!_later.empty()) due = std::min(due, _later.begin()->first);
     if (!_served.empty()) due = std::min(due, _ownerCheck);
     if (due == TimePoint::max()) return -1;
     const auto left = std::chrono::ceil<std::chrono::milliseconds>(due - MonotonicClock::now()).count();
@@ -99,6 +105,7 @@ void ConnectionLoop::readMail() {
         const auto found = _served.find(key);
         if (found != _served.end()) serve(*found->second, [&](Connection& c) { c.attention(_now); });
     }
+    _later.merge(mail.later);
     if (mail.stop) beginStop();
 }
 
@@ -124,9 +131,21 @@ void ConnectionLoop::runTimers() {
         setTimer(served, TimePoint::max());
         serve(served, [&](Connection& c) { c.timeout(_now); });
     }
+    callDue();
     if (_ownerCheck <= _now) checkOwners();
     if (_stopAt <= _now)
         for (const auto& entry : _served) serve(*entry.second, [](Connection& c) { c.lingeredEnough(); });
+}
+
+void ConnectionLoop::callDue() {
+    while (!_later.empty() && _later.begin()->first <= _now) {
+        const auto next = _later.extract(_later.begin());
+        try {
+            next.mapped()();
+        } catch (...) {
+            // The caller's fault, not the thread's.
+        }
+    }
 }
 
 // A walk over all connections, once a second: two reads each.

@@ -7,6 +7,7 @@
 #include <Poco/SharedPtr.h>
 
 #include <chrono>
+#include <functional>
 #include <memory>
 #include <set>
 #include <thread>
@@ -39,6 +40,9 @@ public:
     /// From any thread; see WebsocketConnectionManager::addConnection().
     void add(const Poco::SharedPtr<Poco::Net::WebSocket>& socket, std::chrono::milliseconds silence);
 
+    /// From any thread; see WebsocketConnectionManager::callLater().
+    void callLater(std::chrono::milliseconds delay, std::function<void()> action);
+
     /// From any thread.
     UpgradeDeadlines& upgrades() { return _upgrades; }
 
@@ -63,6 +67,7 @@ private:
     void begin(std::unique_ptr<Connection> connection);
     void beginStop();
     void runTimers();
+    void callDue();
     void checkOwners();
     void closeEnded();
 
@@ -87,6 +92,7 @@ private:
     std::set<std::pair<TimePoint, Served*>> _timers;  // at most one a connection, never later than it needs
     std::vector<Served*> _lingering;                  // oldest first
     std::vector<Served*> _ended;                      // waiting for their descriptors to be closed
+    Mailbox::Later _later;
     std::vector<char> _room;
     TimePoint _ownerCheck;
     TimePoint _stopAt = TimePoint::max();  // max: not stopping

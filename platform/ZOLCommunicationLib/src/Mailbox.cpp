@@ -1,6 +1,5 @@
 #include "Mailbox.h"
 
-#include <Nubo/Net/MonotonicClock.h>
 #include <sys/eventfd.h>
 
 #include <utility>
@@ -36,6 +35,14 @@ void Mailbox::attend(Key key) {
         const Nubo::Util::MutexLock lock(_mutex);
         if (!_mail.attention.empty() && _mail.attention.back() == key) return;  // has been told already
         _mail.attention.push_back(key);
+    }
+    wake();
+}
+
+void Mailbox::callAt(MonotonicClock::TimePoint due, std::function<void()> action) {
+    {
+        const Nubo::Util::MutexLock lock(_mutex);
+        _mail.later.emplace(due, std::move(action));
     }
     wake();
 }

@@ -1,8 +1,11 @@
 #ifndef NUBO_NET_MAILBOX_H
 #define NUBO_NET_MAILBOX_H
 
+#include <Nubo/Net/MonotonicClock.h>
 #include <Nubo/Util/Mutex.h>
 
+#include <functional>
+#include <map>
 #include <memory>
 #include <vector>
 
@@ -20,9 +23,13 @@ public:
     /// Names a connection: the address of its socket's implementation.
     using Key = const void*;
 
+    /// What the manager's thread is to do, and when.
+    using Later = std::multimap<MonotonicClock::TimePoint, std::function<void()>>;
+
     struct Mail {
         std::vector<std::unique_ptr<Connection>> added;
         std::vector<Key> attention;  // may name connections that are gone
+        Later later;
         bool stop = false;
     };
 
@@ -36,6 +43,8 @@ public:
 
     /// Has the manager's thread look at the state that the connection shares with senders.
     void attend(Key key);
+
+    void callAt(MonotonicClock::TimePoint due, std::function<void()> action);
 
     void stop();
     void wake();

@@ -50,19 +50,17 @@ void SendChannel::send(Poco::Net::WebSocket& socket, const std::string& text, in
     sendInTurn([&] { socket.sendFrame(text.data(), static_cast<int>(text.size()), flags); });
 }
 
-void SendChannel::sendClose(Poco::Net::WebSocket& socket) {
-    if (_mailbox->onManagerThread()) {
-        queueClose(CloseCode::NORMAL);
-        _mailbox->attend(_key);
-        return;
-    }
-    const Turn turn(*this);
-    if (_closeSent && end() != End::Over) return;
-    if (end() == End::Removed) return;  // the manager is about to send it
-    requireOpenLocked();
-    _closeSent = true;
-    _managerWaits = true;  // for the peer's answer
-    sendInTurn([&] { socket.shutdown(); });
+void SendChannel::sendClose() {
+    if (end() == End::Over) throw Poco::Net::InvalidSocketException("connection closed");
+    if (_failed) throw Poco::Net::InvalidSocketException(_failure);
+    if (end() == End::Removed || _closeWanted.exchange(true)) return;
+    _mailbox->attend(_key);
+}
+
+void SendChannel::cancelSends() {
+    _cancelled = true;
+    const Nubo::Util::MutexLock lock(_descriptorMutex);
+    if (!_descriptorClosed && _sendingSince != 0) ::shutdown(_descriptor, SHUT_RDWR);
 }
 
 // With the lock held. The mailbox is told before the send, since the send may block.
@@ -83,7 +81,8 @@ void SendChannel::sendInTurn(const Action& action) {
 void SendChannel::requireOpenLocked() const {
     if (end() == End::Over || end() == End::Removed)
         throw Poco::Net::InvalidSocketException("connection closed");
-    if (_closeSent) throw Poco::Net::InvalidSocketException("close frame sent");
+    if (_closeSent || _closeWanted) throw Poco::Net::InvalidSocketException("close frame sent");
+    if (_cancelled) throw Poco::Net::InvalidSocketException("sends cancelled");
     if (_failed) throw Poco::Net::InvalidSocketException(_failure);
 }
 
@@ -114,7 +113,7 @@ void SendChannel::remove(End how) {
 }
 
 void SendChannel::queueMessage(std::string_view text, int flags) {
-    if (end() != End::None || closing() || _failed)
+    if (end() != End::None || closing() || _closeWanted || _cancelled || _failed)
         throw Poco::Net::InvalidSocketException("connection closed");
     if (_queued.size() + _backlog + text.size() > TransportLimits::MAX_QUEUED_BYTES)
         throw Poco::IOException("send queue full");
@@ -209,7 +208,9 @@ void SendChannel::shutSendSide() {
 bool SendChannel::tryClose(Poco::Net::WebSocket& socket) {
     if (!tryLock()) return false;
     const Nubo::Util::MutexLock lock(_mutex, std::adopt_lock);
+    const Nubo::Util::MutexLock descriptor(_descriptorMutex);
     socket.close();
+    _descriptorClosed = true;
     return true;
 }
 

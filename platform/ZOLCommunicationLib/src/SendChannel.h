@@ -31,9 +31,10 @@ public:
 
     // From any thread.
 
-    /// See sendFrame() and sendClose() in WebSocketSender.h; `socket` is the connection's.
+    /// See sendFrame(), sendClose() and cancelSends() in WebSocketSender.h; `socket` is the connection's.
     void send(Poco::Net::WebSocket& socket, const std::string& text, int flags);
-    void sendClose(Poco::Net::WebSocket& socket);
+    void sendClose();
+    void cancelSends();
 
     /// True for the first claim only: who ends the connection also decides whether a closed event is raised.
     bool claimEnd(End how);
@@ -49,7 +50,8 @@ public:
 
     void queuePing();
     void queuePong(std::string_view payload);
-    void queueClose(std::uint16_t code);  // nothing is sent behind it
+    void queueClose(std::uint16_t code);               // nothing is sent behind it
+    bool closeWanted() const { return _closeWanted; }  // sendClose() was called
 
     /// Sends what is queued, as far as that goes without waiting. Blocked: wait until the descriptor can be
     /// written. Busy: a sender has the lock, the mailbox will tell when it is free. Failed: reported once.
@@ -94,11 +96,15 @@ private:
     // Each by itself.
     std::atomic<End> _end{End::None};
     std::atomic<bool> _managerWaits{false};  // for the lock: whoever releases it tells the mailbox
-    std::atomic<bool> _closeSent{false};     // set with _mutex held
-    std::atomic<bool> _failed{false};        // set with _mutex held, after _failure
+    std::atomic<bool> _closeWanted{false};
+    std::atomic<bool> _cancelled{false};
+    std::atomic<bool> _closeSent{false};  // set with _mutex held
+    std::atomic<bool> _failed{false};     // set with _mutex held, after _failure
     std::atomic<bool> _stalled{false};
     std::atomic<MonotonicClock::Duration::rep> _sendingSince{0};
 
+    Nubo::Util::Mutex _descriptorMutex;  // a leaf: held to shut or close the descriptor, for a moment
+    bool _descriptorClosed ZOL_GUARDED_BY(_descriptorMutex) = false;
     Nubo::Util::Mutex _mutex;  // the send lock: held by senders while they block in send(2), on purpose
     std::string _pending ZOL_GUARDED_BY(_mutex);  // frames of the manager, the first perhaps sent in part
     std::string _failure;                         // written once, before _failed is set

@@ -13,9 +13,13 @@ void sendFrame(Poco::Net::WebSocket& socket, const std::string& text, int flags)
 
 void sendClose(Poco::Net::WebSocket& socket) {
     if (const auto channel = SendRegistry::find(socket))
-        channel->sendClose(socket);
+        channel->sendClose();
     else
         socket.shutdown();
+}
+
+void cancelSends(Poco::Net::WebSocket& socket) {
+    if (const auto channel = SendRegistry::find(socket)) channel->cancelSends();
 }
 
 }  // namespace Nubo::Net

@@ -3,6 +3,7 @@
 
 #include <algorithm>
 #include <limits>
+#include <utility>
 
 #include "ConnectionLoop.h"
 #include "SendRegistry.h"
@@ -27,6 +28,10 @@ void WebsocketConnectionManager::removeConnection(const Poco::SharedPtr<Poco::Ne
     const bool onlyForget = flags == ONLY_REMOVE_WEBSOCKET_DATA;
     if (const auto channel = SendRegistry::find(*socket))
         channel->remove(onlyForget ? SendChannel::End::Forgotten : SendChannel::End::Removed);
+}
+
+void WebsocketConnectionManager::callLater(std::chrono::milliseconds delay, std::function<void()> action) {
+    _loop->callLater(delay, std::move(action));
 }
 
 }  // namespace Nubo::Net

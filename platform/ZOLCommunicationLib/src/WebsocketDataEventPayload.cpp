@@ -10,6 +10,10 @@ WebsocketDataEventPayload::WebsocketDataEventPayload(WebSocketProxy& proxy)
 WebsocketDataEventPayload::WebsocketDataEventPayload(const Poco::SharedPtr<WebSocketProxy>& proxy)
     : WebsocketEventPayload(proxy, std::string()), flags(0) {}
 
+WebsocketDataEventPayload::WebsocketDataEventPayload(const WebsocketEventPayload& other,
+                                                     const std::string& reason)
+    : WebsocketEventPayload(other, reason), flags(0) {}
+
 WebsocketDataEventPayload::WebsocketDataEventPayload(const WebsocketDataEventPayload& other) = default;
 
 // NOLINTNEXTLINE(performance-noexcept-move-constructor): see the header

@@ -47,22 +47,25 @@ const char* behindObject(const char* at, const char* end) {
     return nullptr;
 }
 
-/// Calls found(position, length) for each object in `text`; logs what never closes.
+/// Calls found(position, length) for each object in `text`.
+/// @return how many bytes at the end belong to an object that never closes
 template <typename Found>
-void forEachObject(const std::string& text, const Found& found) {
+std::size_t forEachObject(const std::string& text, const Found& found) {
     const char* const begin = text.data();
     const char* const end = begin + text.size();
     const char* open = find(begin, end, '{');
     while (open != nullptr) {
         const char* const behind = behindObject(open, end);
-        if (behind == nullptr) {
-            ZOL_LOG_WARNING("WebsocketDataObjectSplitter: incomplete JSON object dropped, "
-                            << (end - open) << " of " << text.size() << " bytes");
-            return;
-        }
+        if (behind == nullptr) return static_cast<std::size_t>(end - open);
         found(static_cast<std::size_t>(open - begin), static_cast<std::size_t>(behind - open));
         open = find(behind, end, '{');
     }
+    return 0;
+}
+
+std::string incomplete(std::size_t dropped, std::size_t all) {
+    return "incomplete JSON object dropped, " + std::to_string(dropped) + " of " + std::to_string(all) +
+           " bytes";
 }
 
 }  // namespace
@@ -73,7 +76,7 @@ WebsocketDataObjectSplitter::~WebsocketDataObjectSplitter() = default;
 
 void WebsocketDataObjectSplitter::onDataBlockAvailable(const WebsocketDataEventPayload& block) {
     std::optional<WebsocketDataEventPayload> part;
-    forEachObject(block.data, [&](std::size_t position, std::size_t length) {
+    const std::size_t dropped = forEachObject(block.data, [&](std::size_t position, std::size_t length) {
         if (length == block.data.size()) {
             ObjectAvailable.notify(this, block);
             return;
@@ -82,13 +85,17 @@ void WebsocketDataObjectSplitter::onDataBlockAvailable(const WebsocketDataEventP
         part->data.assign(block.data, position, length);
         ObjectAvailable.notify(this, *part);
     });
+    if (dropped != 0)
+        IncompleteDropped.notify(this,
+                                 WebsocketDataEventPayload(block, incomplete(dropped, block.data.size())));
 }
 
 void WebsocketDataObjectSplitter::splitJsonDataObjectString(const std::string& text,
                                                             std::vector<std::string>& objects) const {
-    forEachObject(text, [&](std::size_t position, std::size_t length) {
+    const std::size_t dropped = forEachObject(text, [&](std::size_t position, std::size_t length) {
         objects.emplace_back(text, position, length);
     });
+    if (dropped != 0) ZOL_LOG_WARNING("WebsocketDataObjectSplitter: " << incomplete(dropped, text.size()));
 }
 
 }  // namespace Nubo::Net

@@ -9,6 +9,9 @@ WebsocketEventPayload::WebsocketEventPayload(const Poco::SharedPtr<WebSocketProx
                                              const std::string& reason)
     : webSocketProxy(*Poco::SharedPtr<WebSocketProxy>(proxy)), Reason(reason), _keepAlive(proxy) {}
 
+WebsocketEventPayload::WebsocketEventPayload(const WebsocketEventPayload& other, const std::string& reason)
+    : webSocketProxy(other.webSocketProxy), Reason(reason), _keepAlive(other._keepAlive) {}
+
 WebsocketEventPayload::WebsocketEventPayload(const WebsocketEventPayload& other) = default;
 
 WebsocketEventPayload::~WebsocketEventPayload() = default;

@@ -8,7 +8,7 @@
 
 namespace Nubo::Net {
 
-// The only two ways to write on a WebSocket that a connection manager serves. They take the connection's send
+// The only ways to write on a WebSocket that a connection manager serves. They take the connection's send
 // lock, which the manager honours too, so that frames of two threads never mix in the stream. The lock is
 // found by the socket's implementation: it exists from addConnection() until the manager has closed the
 // descriptor. For a socket without one, the plain operation of Poco::Net::WebSocket is called.
@@ -23,10 +23,17 @@ namespace Nubo::Net {
 ///     Poco::Exception).
 ZOL_EXPORT void sendFrame(Poco::Net::WebSocket& socket, const std::string& text, int flags);
 
-/// Sends the socket's close frame, code 1000; nothing can be sent afterwards. The manager then waits for the
-/// peer's answer for TransportLimits::CLOSE_LINGER and closes the descriptor. Does nothing when a close frame
-/// has been sent before. Blocks and throws like sendFrame().
+/// Has the manager send the socket's close frame, code 1000, behind what has been sent or begun; nothing can
+/// be sent afterwards. The manager then waits for the peer's answer for TransportLimits::CLOSE_LINGER and
+/// closes the descriptor. Does nothing when it has been called before. Never blocks for a socket that a
+/// manager serves.
+/// @throws Poco::Net::InvalidSocketException when the connection has ended, or when a send has failed.
 ZOL_EXPORT void sendClose(Poco::Net::WebSocket& socket);
+
+/// Ends the sends that are in progress on the socket, which fail, and has later ones fail at once;
+/// sendClose() still works. For a thread that cannot wait for a peer that does not read. Any thread; never
+/// blocks; does nothing for a socket that no manager serves.
+ZOL_EXPORT void cancelSends(Poco::Net::WebSocket& socket);
 
 }  // namespace Nubo::Net
 

@@ -8,6 +8,8 @@
 #include <Poco/Net/WebSocket.h>
 #include <Poco/SharedPtr.h>
 
+#include <chrono>
+#include <functional>
 #include <memory>
 
 namespace Nubo::Net {
@@ -76,6 +78,11 @@ public:
     /// or gone.
     void removeConnection(const Poco::SharedPtr<Poco::Net::WebSocket>& socket,
                           WebsocketRemoveFlags flags = DEFAULT) const;
+
+    /// Runs `action` once on the manager's thread when `delay` has passed on MonotonicClock; never, when the
+    /// manager is destroyed before. Any thread; does not block. What the action throws is swallowed.
+    /// Runs on: the manager's thread. Called: once. Holding: nothing. Must not: block, destroy the manager.
+    void callLater(std::chrono::milliseconds delay, std::function<void()> action);
 
 private:
     friend class UpgradeSession;  // has the loop watch its deadline

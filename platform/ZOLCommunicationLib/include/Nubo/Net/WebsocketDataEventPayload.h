@@ -19,6 +19,9 @@ public:
     /// Likewise, and keeps a share of the proxy.
     explicit WebsocketDataEventPayload(const Poco::SharedPtr<WebSocketProxy>& proxy);
 
+    /// Empty data, flags 0, for the connection of `other`: tells `reason` only.
+    WebsocketDataEventPayload(const WebsocketEventPayload& other, const std::string& reason);
+
     WebsocketDataEventPayload(const WebsocketDataEventPayload& other);  ///< the data too
 
     /// Takes over the data of `other`, which stays a payload of the same connection, with empty data.

@@ -19,7 +19,7 @@ namespace Nubo::Net {
 /// Objects inside an array come out one by one.
 ///
 /// Nothing is remembered from one block to the next, since a block is a whole WebSocket message: an object
-/// that never closes is dropped, together with all that stands behind its brace, with one Warning line.
+/// that never closes is dropped, together with all that stands behind its brace, and that is told.
 ///
 /// Any thread, also several at once; blocks only as long as the event's delegates do.
 class ZOL_EXPORT WebsocketDataObjectSplitter {
@@ -29,6 +29,11 @@ public:
     /// Holding: POCO's lock of the delegate. Must not: block, or keep a reference to the payload, which is
     /// valid only during the call.
     Poco::BasicEvent<const WebsocketDataEventPayload> ObjectAvailable;
+
+    /// Raised by onDataBlockAvailable() when an object was dropped that never closes, after the objects
+    /// before it: data is empty, Reason says what to log. Runs on, Called, Holding, Must not: as above, once
+    /// per block.
+    Poco::BasicEvent<const WebsocketDataEventPayload> IncompleteDropped;
 
     WebsocketDataObjectSplitter();
     ~WebsocketDataObjectSplitter();
@@ -40,7 +45,8 @@ public:
     /// An exception of a delegate goes to the caller and ends the block.
     void onDataBlockAvailable(const WebsocketDataEventPayload& block);
 
-    /// Appends the text of each object in `text` to `objects`, in their order.
+    /// Appends the text of each object in `text` to `objects`, in their order. An object that never closes is
+    /// dropped with a Warning line.
     void splitJsonDataObjectString(const std::string& text, std::vector<std::string>& objects) const;
 };
 

@@ -20,6 +20,9 @@ public:
     /// @throws Poco::NullPointerException when `proxy` is null.
     WebsocketEventPayload(const Poco::SharedPtr<WebSocketProxy>& proxy, const std::string& reason);
 
+    /// For the connection of `other`.
+    WebsocketEventPayload(const WebsocketEventPayload& other, const std::string& reason);
+
     WebsocketEventPayload(const WebsocketEventPayload& other);  ///< keeps a share where the other has one
     virtual ~WebsocketEventPayload();
 
