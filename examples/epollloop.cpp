@@ -2,7 +2,7 @@
 
 #include <Nubo/Client/ClientLib.h>
 #include <Nubo/Client/MessageQueue.h>
-#include <Nubo/Client/ServiceListener.h>
+#include <Nubo/Client/Subscription.h>
 #include <Nubo/Simulator/Platform.h>
 #include <sys/epoll.h>
 #include <sys/timerfd.h>
@@ -14,27 +14,6 @@
 using namespace Nubo::Client;
 
 namespace {
-
-class Meter : public ServiceListener {
-public:
-    explicit Meter(ClientLib& client) : ServiceListener(&client, 1) { addServiceToMonitor("Power", false); }
-    ~Meter() override { shutdown(); }
-
-    void HandleMicroServicesAvailable(bool available) override {
-        if (available && _subscription.empty())
-            _subscription = addSubscription("/Power/batteries/main", "", 0, "", false);
-    }
-    void HandleServiceHandlerNotification(
-        const ServiceHandler::ServiceHandlerNotificationData_t& data) override {
-        if (const auto battery = data.container->getObject("data")) charge = battery->getValue<int>("charge");
-        std::cout << "charge: " << charge << " %" << std::endl;
-    }
-
-    int charge = 0;
-
-private:
-    std::string _subscription;
-};
 
 void watch(int epoll, int descriptor) {
     epoll_event event = {};
@@ -57,7 +36,13 @@ int main() {
     ClientLib client(&queue, parameters);
     client.startup();
     client.addService(new ServiceHandler("Power", &client, &queue, 5000, true));
-    Meter meter(client);
+    SubscribingListener meter(&client, 1);
+    meter.addServiceToMonitor("Power", false);
+    int charge = 0;
+    const auto battery = meter.subscribe("/Power/batteries/main", [&charge](const Notification& data) {
+        if (const auto now = data.container->getObject("data")) charge = now->getValue<int>("charge");
+        std::cout << "charge: " << charge << " %" << std::endl;
+    });
     meter.startup();
 
     const int timer = ::timerfd_create(CLOCK_MONOTONIC, TFD_CLOEXEC);  // the loop's other work: it charges
@@ -67,7 +52,7 @@ int main() {
     watch(epoll, queue.descriptor());
     watch(epoll, timer);
 
-    for (int ticks = 0; meter.charge < 5 && ticks < 1000;) {
+    for (int ticks = 0; charge < 5 && ticks < 1000;) {
         epoll_event event = {};
         if (::epoll_wait(epoll, &event, 1, -1) != 1) continue;
         std::uint64_t expired = 0;
@@ -81,5 +66,5 @@ int main() {
     client.shutdown();
     ::close(epoll);
     ::close(timer);
-    return meter.charge >= 5 ? 0 : 1;
+    return charge >= 5 ? 0 : 1;
 }

@@ -2,7 +2,7 @@
 
 #include <Nubo/Client/ClientLib.h>
 #include <Nubo/Client/MessageQueue.h>
-#include <Nubo/Client/ServiceListener.h>
+#include <Nubo/Client/Subscription.h>
 #include <Nubo/Simulator/Platform.h>
 #include <gtest/gtest.h>
 
@@ -15,29 +15,26 @@ using namespace std::chrono_literals;
 namespace {
 
 /// What is tested: shows the title of a track.
-class TrackDisplay : public ServiceListener {
+class TrackDisplay {
 public:
-    explicit TrackDisplay(ClientLib& client) : ServiceListener(&client, 1) {
-        addServiceToMonitor("Media", false);
-    }
-    ~TrackDisplay() override { shutdown(); }
-
-    void HandleMicroServicesAvailable(bool available) override {
-        if (!available) shown = "(no Media)";
-        if (available && _subscription.empty())
-            _subscription = addSubscription("/Media/tracks/0xa", "", 0, "", false);
-    }
-    void HandleServiceHandlerNotification(
-        const ServiceHandler::ServiceHandlerNotificationData_t& data) override {
-        if (data.hasElementGone()) shown = "(removed)";
-        if (const auto track = data.container->getObject("data"))
-            shown = track->getValue<std::string>("title");
+    explicit TrackDisplay(ClientLib& client) : _listener(&client, 1) {
+        _listener.addServiceToMonitor("Media", false);
+        _listener.onAvailability([this](bool available) {
+            if (!available) shown = "(no Media)";
+        });
+        _track = _listener.subscribe("/Media/tracks/0xa", [this](const Notification& data) {
+            if (data.hasElementGone()) shown = "(removed)";
+            if (const auto track = data.container->getObject("data"))
+                shown = track->getValue<std::string>("title");
+        });
+        _listener.startup();
     }
 
     std::string shown = "(no Media)";
 
 private:
-    std::string _subscription;
+    SubscribingListener _listener;
+    Subscription _track;
 };
 
 class TrackDisplayTest : public testing::Test {
@@ -47,10 +44,9 @@ protected:
         client.startup();
         client.addService(new ServiceHandler("Media", &client, &queue, 5000, true));
         display.emplace(client);  // now that the client knows Media
-        display->startup();
     }
     ~TrackDisplayTest() override {
-        display->shutdown();
+        display.reset();
         client.shutdown();
     }
 
