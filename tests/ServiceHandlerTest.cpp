@@ -155,7 +155,7 @@ TEST_F(ServiceHandlerTest, NormalizesUrls) {
                              "/m/t/%2F|/m/t/",
                              "/m/$id/|/m/%24id/",
                              "/m/t?a=%2525|/m/t/?a=%2525",
-                             "/m/t?n=C%2B%2b&m=a+b|/m/t/?n=C%2B%2B&m=a+b",
+                             "/m/t?n=C%2B%2b%20%26&m=a+b|/m/t/?n=C%2B%2B%20%26&m=a+b",
                              "/m/t?n=%252B|/m/t/?n=%252B",
                              "m/t:1|m/t:1/",
                              "m/t|m/t/",

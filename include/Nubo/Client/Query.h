@@ -17,8 +17,7 @@ namespace Nubo::Client {
 ///     listener.addSubscription(uri, "", 0, "", false);  // also: SubscribingListener::subscribe()
 ///
 /// The result is a whole URI already: where fields, an expansion or a filter can be given besides, none is.
-/// (ClientLib::createQuery() joins texts as they are: for those that are encoded.) In a subscription '&' and
-/// '+' do not arrive as they were given: a limit of ServiceHandler::normalizeUrl().
+/// (ClientLib::createQuery() joins texts as they are: for those that are encoded.)
 ///
 /// A value, on any thread; throws std::bad_alloc only.
 class ZOL_EXPORT Query {
