@@ -52,7 +52,8 @@ bool isChunked(const HTTPResponse& response) {
     if (codings.empty()) return false;
     if (codings.size() == 1 && Poco::icompare(codings[0], HTTPMessage::CHUNKED_TRANSFER_ENCODING) == 0)
         return true;
-    throw MessageException("transfer coding not supported: " + Poco::cat(std::string(", "), codings.begin(), codings.end()));
+    throw MessageException("transfer coding not supported: " +
+                           Poco::cat(std::string(", "), codings.begin(), codings.end()));
 }
 
 /// A length that is given several times is accepted when it is the same (RFC 9110, 8.6).
@@ -163,8 +164,8 @@ void HttpBody::failCutShort() const {
     if (_framing == Framing::Chunks)
         throw MessageException("chunked body ends after " + std::to_string(_received) +
                                " bytes without its last chunk");
-    throw MessageException("body ends after " + std::to_string(_received) + " of " +
-                           std::to_string(_whole) + " bytes");
+    throw MessageException("body ends after " + std::to_string(_received) + " of " + std::to_string(_whole) +
+                           " bytes");
 }
 
 }  // namespace Nubo::Client

@@ -11,7 +11,8 @@
 
 namespace Nubo::Client {
 
-/// The calls of sendRequest() of one ClientLib: how long each may take, and which are in progress. Any thread.
+/// The calls of sendRequest() of one ClientLib: how long each may take, and which are in progress. Any
+/// thread.
 class HttpRequests {
 public:
     /// A call in progress, as long as this object lives.

@@ -26,7 +26,9 @@ WaitBounds::Cancellations withoutNull(const WaitBounds::Cancellations& all) {
 }  // namespace
 
 WaitBounds::WaitBounds(std::chrono::milliseconds total, const Cancellations& cancellations)
-    : _cancellations(withoutNull(cancellations)), _due(Clock::now() + std::min(total, DAY)), _phaseDue(_due) {}
+    : _cancellations(withoutNull(cancellations)),
+      _due(Clock::now() + std::min(total, DAY)),
+      _phaseDue(_due) {}
 
 void WaitBounds::beginPhase(std::chrono::milliseconds atMost) {
     _phaseDue = std::min(_due, Clock::now() + atMost);
@@ -45,7 +47,8 @@ void WaitBounds::check() const {
 // @return false when the time is over or a signal came first
 bool WaitBounds::polled(int descriptor, short events, int milliseconds) const {
     std::vector<pollfd> awaited{{descriptor, events, 0}};
-    for (const auto& cancellation : _cancellations) awaited.push_back({cancellation->descriptor(), POLLIN, 0});
+    for (const auto& cancellation : _cancellations)
+        awaited.push_back({cancellation->descriptor(), POLLIN, 0});
     const int count = ::poll(awaited.data(), awaited.size(), milliseconds);
     if (count < 0 && errno != EINTR)
         throw Poco::SystemException("poll", std::generic_category().message(errno), errno);
