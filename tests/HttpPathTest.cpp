@@ -2,9 +2,9 @@
 // wire, and the log lines with their levels.
 
 #include <Nubo/Client/ClientLib.h>
+#include <Nubo/Client/MessageQueue.h>
 #include <Nubo/ServiceRegistryConnection.h>
 #include <Nubo/Simulator/Faults.h>
-#include <Nubo/Simulator/MessageSink.h>
 #include <Poco/URI.h>
 #include <gtest/gtest.h>
 
@@ -40,7 +40,7 @@ struct HttpPathTest : testing::Test {
         return client.sendRequest(response, body, method, uri, content);
     }
 
-    Nubo::Simulator::MessageSink sink;
+    Nubo::Client::MessageQueue sink;
     ClientLib::ClientLibParameters parameters{};
     ClientLib client{&sink, parameters};
     Poco::Net::HTTPResponse response;
