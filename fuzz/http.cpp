@@ -35,15 +35,18 @@ struct Outcome_t {
 std::string readAll(int descriptor) {
     std::string all;
     char room[4096];
-    for (auto size = ::read(descriptor, room, sizeof room); size > 0; size = ::read(descriptor, room, sizeof room))
+    for (auto size = ::read(descriptor, room, sizeof room); size > 0;
+         size = ::read(descriptor, room, sizeof room))
         all.append(room, static_cast<std::size_t>(size));
     return all;
 }
 
-void exchangeOn(BoundedSession& session, const std::string& method, const std::string& path, Outcome_t& outcome) {
+void exchangeOn(BoundedSession& session, const std::string& method, const std::string& path,
+                Outcome_t& outcome) {
     try {
         auto request = requestFor({method, path, CONTENT, NONE});
-        outcome.good = exchange(session, request, outcome.response, CONTENT, outcome.body, outcome.redirection);
+        outcome.good =
+            exchange(session, request, outcome.response, CONTENT, outcome.body, outcome.redirection);
     } catch (const Poco::TimeoutException&) {
         require(false, "a stream that ends is read in time");
     } catch (const Poco::Exception&) {
@@ -55,8 +58,9 @@ Outcome_t run(const std::string& host, const std::string& method, const std::str
               const std::string& answer) {
     int ends[2];
     require(::socketpair(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0, ends) == 0, "there are sockets");
-    require(::send(ends[1], answer.data(), answer.size(), MSG_NOSIGNAL) == static_cast<ssize_t>(answer.size()),
-            "an answer fits the socket's buffer");
+    require(
+        ::send(ends[1], answer.data(), answer.size(), MSG_NOSIGNAL) == static_cast<ssize_t>(answer.size()),
+        "an answer fits the socket's buffer");
     ::shutdown(ends[1], SHUT_WR);
     Outcome_t outcome;
     {
@@ -86,7 +90,8 @@ void checkRequest(const std::string& request, const std::string& method, const s
     require(request.compare(0, first.size(), first) == 0, "the request line is method and path");
     require(std::count(first.begin(), first.end(), ' ') == 2, "the request line has three words");
     const auto end = request.find("\r\n\r\n");
-    require(end != std::string::npos && request.substr(end + 4) == CONTENT, "the content is all behind the header");
+    require(end != std::string::npos && request.substr(end + 4) == CONTENT,
+            "the content is all behind the header");
     require(std::count(request.begin(), request.end(), '\n') == 6, "the header has four fields");
     require(request.find("\r\nHost: ") != std::string::npos, "one of them is the host");
 }
