@@ -80,7 +80,8 @@ Outcome_t run(const std::string& host, const std::string& method, const std::str
 bool endsWithStream(const Outcome_t& outcome, const std::string& method) {
     const int status = outcome.response.getStatus();
     const bool hasBody = method != "HEAD" && status >= 200 && status != 204 && status != 304;
-    return hasBody && outcome.redirection.empty() && !outcome.response.has("Content-Length") &&
+    const bool isLeft = status == 307 && outcome.response.has("Location");
+    return hasBody && !isLeft && !outcome.response.has("Content-Length") &&
            !outcome.response.has("Transfer-Encoding");
 }
 
