@@ -1,10 +1,12 @@
 #include <Logging/LogLine.h>
 #include <Nubo/Client/ClientLib.h>
+#include <Nubo/Net/Cancellation.h>
 #include <Nubo/Net/WebSocketProxy.h>
 #include <Poco/Delegate.h>
 
 #include <algorithm>
 
+#include "HttpRequests.h"
 #include "NonNull.h"
 
 namespace Nubo::Client {
@@ -23,7 +25,9 @@ constexpr const char* GET_SERVICE_HANDLER =
 ClientLib::ClientLib(IMessageSyncInterface* msgSync, const ClientLibParameters& params)
     : m_disposing(false),
       _params(params),
-      _srServiceHandler(new SRServiceHandler(this, msgSync, params.timeoutBeforePingServiceRegistry)) {
+      _srServiceHandler(new SRServiceHandler(this, msgSync, params.timeoutBeforePingServiceRegistry)),
+      _stop(std::make_shared<Nubo::Net::Cancellation>()),
+      _requests(std::make_unique<HttpRequests>()) {
     _srServiceHandler->MicroServiceRegistrationChanged +=
         Poco::delegate(this, &ClientLib::HandleServiceRegistryAvailabilityChanged);
 }
@@ -59,6 +63,7 @@ void ClientLib::shutdown() {
         return;
     }
     m_disposing = true;
+    _stop->cancel();
     unwireTransport();
     if (_srServiceHandler) _srServiceHandler->wakeReconnectThread();
     wakeReconnectThreads();
@@ -75,6 +80,7 @@ void ClientLib::shutdown() {
     closeConnections();
     exchangeConnectionManager(nullptr);
     _wsOjectSplitter = nullptr;
+    _requests->awaitEnd();
 }
 
 // Before the handlers are shut down one after the other: the connection attempts of all end meanwhile, and

@@ -101,7 +101,8 @@ std::string ServiceHandler::addSubscription(const std::string& uri, const std::s
     std::string virtualUri;
     try {
         const std::string realUri = withoutFragment(normalizeUrl(uri));
-        if (UriText(realUri).path() == "/")
+        // The registry's handler has an empty name.
+        if (UriText(realUri).path() == "/" && !_serviceName.empty())
             throw Poco::InvalidArgumentException("the path \"/\" is the registry's", uri);
         checkExpansionLevel(realUri);
         const std::string candidate =

@@ -135,7 +135,7 @@ public:
 
     /// Subscribes to a resource. The service sees one subscription per resource, however many subscribers.
     /// @param uri the resource; scheme, host and port are dropped, the rest is normalised (normalizeUrl)
-    ///        The path "/" is refused: it is the registry's.
+    ///        The path "/" is refused, except by the registry's handler.
     /// @param tag comes back as `additionalFragment` of each notification; may be empty, may contain '-'
     /// @param autosubscribe passed to the service by the first subscriber of the resource
     /// @return the subscriber's own URI: it names the subscriber in notifications and removes the
