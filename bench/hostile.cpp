@@ -24,6 +24,7 @@ namespace {
 
 using figures::Samples;
 using Nubo::Client::ClientLib;
+using Nubo::Client::MessageQueue;
 using Nubo::Client::ServiceHandler;
 using Clock = std::chrono::steady_clock;
 using namespace std::chrono_literals;
@@ -43,8 +44,8 @@ public:
 /// A service that behaves, and the delays of its time-stamped notifications in milliseconds.
 class Good : public ServiceHandler {
 public:
-    Good(const std::string& name, ClientLib& lib, Inbox& inbox, Samples& delays)
-        : ServiceHandler(name, &lib, &inbox, PING_AFTER_MS, true), _delays(delays) {}
+    Good(const std::string& name, ClientLib& lib, MessageQueue& queue, Samples& delays)
+        : ServiceHandler(name, &lib, &queue, PING_AFTER_MS, true), _delays(delays) {}
 
 private:
     void RaiseSocketDataAvailable(const ServiceHandlerNotificationData_t& data) override {
@@ -62,14 +63,14 @@ private:
 /// An application with good services; everything runs on its thread.
 class Application {
 public:
-    explicit Application(std::size_t services) : _lib(&_inbox, usualParameters()) {
+    explicit Application(std::size_t services) : _lib(&_queue, usualParameters()) {
         _lib.startup();
         for (std::size_t i = 0; i < services; ++i)
-            _good.push_back(follow(new Good("Good" + std::to_string(i), _lib, _inbox, _delays)));
+            _good.push_back(follow(new Good("Good" + std::to_string(i), _lib, _queue, _delays)));
         const auto available = [this] {
             return std::all_of(_good.begin(), _good.end(), [](auto& good) { return good->isAvailable(); });
         };
-        if (!_inbox.runUntil(available, WAIT_MS))
+        if (!runUntil(_queue, available, WAIT_MS))
             throw std::runtime_error("services do not become available");
         for (std::size_t i = 0; i < services; ++i)
             _good[i]->addSubscription("/Good" + std::to_string(i) + "/tracks/0x1", "", false);
@@ -80,16 +81,16 @@ public:
     Application& operator=(const Application&) = delete;
 
     ClientLib& lib() { return _lib; }
-    Inbox& inbox() { return _inbox; }
+    MessageQueue& queue() { return _queue; }
 
     ServiceHandler::Ptr follow(ServiceHandler* handler) { return _lib.addService(handler); }
     ServiceHandler::Ptr follow(const std::string& name) {
-        return follow(new ServiceHandler(name, &_lib, &_inbox, PING_AFTER_MS, true));
+        return follow(new ServiceHandler(name, &_lib, &_queue, PING_AFTER_MS, true));
     }
 
     /// Runs messages until none has come for a while.
     void settle() {
-        while (_inbox.runNext(200)) {
+        while (runNext(_queue, 200)) {
         }
     }
 
@@ -98,7 +99,7 @@ public:
         _delays.clear();
         peer.pace("Good*", hz, count);
         const auto end = Clock::now() + std::chrono::milliseconds(WAIT_MS);
-        while (_delays.size() < count && Clock::now() < end) _inbox.runNext(100);
+        while (_delays.size() < count && Clock::now() < end) runNext(_queue, 100);
         Samples taken = std::exchange(_delays, Samples());
         taken.resize(count, WAIT_MS);
         return taken;
@@ -106,7 +107,7 @@ public:
 
 private:
     Samples _delays;
-    Inbox _inbox;
+    MessageQueue _queue;
     ClientLib _lib;
     std::vector<ServiceHandler::Ptr> _good;
 };
@@ -204,7 +205,7 @@ void slowApplication(PeerProcess& peer) {
     peer.flood("Good0", 1'000'000'000);
     const auto start = Clock::now();
     for (int tick = 1; tick <= SECONDS * 100; ++tick) {
-        for (int i = 0; i < PER_TICK; ++i) application.inbox().runNext(0);
+        for (int i = 0; i < PER_TICK; ++i) runNext(application.queue(), 0);
         std::this_thread::sleep_until(start + tick * 10ms);
         highest = std::max(highest, usage::residentKiB());
         if (tick == SETTLED * 100) settled = highest;

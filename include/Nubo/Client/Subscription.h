@@ -58,12 +58,13 @@ private:
 ///     SubscribingListener listener(&client, 1);
 ///     listener.addServiceToMonitor("Media", false);
 ///     listener.addServiceToMonitor("Climate", true);  // optional
-///     listener.onAvailability([](bool available) { showMedia(available); });
-///     const auto showTrack = [](const Notification& track) { ... };
+///     listener.onAvailability([&](bool available) { show(available); });
 ///     const Subscription track = listener.subscribe("/Media/players/main", showTrack);
-///     const Subscription left = listener.subscribe("/Climate/zones/left", [](const Notification& zone) { ...
-///     }); const Subscription right = listener.subscribe("/Climate/zones/right", [](const Notification& zone)
-///     { ... }); listener.startup();
+///     const Subscription left = listener.subscribe(
+///         "/Climate/zones/left", [&](const Notification& zone) { showZone(0, zone); });
+///     const Subscription right = listener.subscribe(
+///         "/Climate/zones/right", [&](const Notification& zone) { showZone(1, zone); });
+///     listener.startup();
 ///
 /// A listener derived from ServiceListener tells its subscriptions apart by their URIs:
 ///
@@ -77,8 +78,7 @@ private:
 /// the listener or a handler, nor run further messages.
 class ZOL_EXPORT SubscribingListener : public ServiceListener {
 public:
-    /// Whether the service shall subscribe by itself to what it links to: as in
-    /// ServiceHandler::addSubscription().
+    /// What the service is told of it, as in ServiceHandler::addSubscription().
     enum class Autosubscribe { No, Yes };
 
     /// As ServiceListener's: `clientlib` outlives it, `uniqueId` is not another listener's.
