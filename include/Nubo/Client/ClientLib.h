@@ -23,6 +23,7 @@
 #include <atomic>
 #include <cstdint>
 #include <map>
+#include <memory>
 #include <string>
 #include <vector>
 
@@ -31,6 +32,8 @@ class URI;
 }
 
 namespace Nubo::Client {
+
+class WorkerTable;
 
 /// The one object that an application makes to use the service platform: it owns the connection manager, the
 /// registry's handler, the table of service handlers and the list of open connections.
@@ -191,16 +194,19 @@ private:
     WebSocketRequestHandler::Ptr registerConnection(Poco::SharedPtr<Poco::Net::WebSocket>& socket,
                                                     long timeoutMs);
     Poco::SharedPtr<Nubo::Net::WebsocketConnectionManager> connectionManager() const;
-    enum class AfterFinding { Keep, Forget };
-    WebSocketRequestHandler::Ptr findWorker(const Poco::Net::WebSocket& socket, AfterFinding after);
+    WebSocketRequestHandler::Ptr startWorker(Poco::SharedPtr<Poco::Net::WebSocket>& socket);
+    void IncompleteDroppedHandler(const Nubo::Net::WebsocketDataEventPayload& dropped);
     void exchangeConnectionManager(Poco::SharedPtr<Nubo::Net::WebsocketConnectionManager> manager);
     void unwireTransport();
+    void endAttemptsAndSends();
     void wakeReconnectThreads();
+    void closeAhead();
     void closeConnections();
     bool isRaisingHere() const;
     void releaseReplacedHandlers();
     std::vector<ServiceHandler::Ptr> handlers() const;
 
+    IMessageSyncInterface* const _iMsgSync;  // the application's; handed to the registry's handler
     std::atomic<bool> m_disposing;
     const ClientLibParameters _params;
     services_t _services;  // application's thread only
@@ -212,11 +218,10 @@ private:
 
     // Leaf: shutdown() resets the manager while a reconnect thread may be opening a socket.
     mutable Nubo::Util::Mutex _mutexManager;
-    // Held by the manager's thread while it has a worker in its hands. destroyWebsocket() waits for that: the
-    // thread must not come to hold the last pointer, whose release waits for sends that this thread ends.
-    Nubo::Util::Mutex _mutexDelivery;
     // Handlers that were replaced from inside one of their own callbacks; released once they have returned.
     std::vector<ServiceHandler::Ptr> _replacedHandlers;
+    // _connections and its index.
+    const std::unique_ptr<WorkerTable> _workers;
 };
 
 }  // namespace Nubo::Client
