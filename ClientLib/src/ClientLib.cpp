@@ -1,11 +1,13 @@
 #include <Logging/LogLine.h>
 #include <Nubo/Client/ClientLib.h>
+#include <Nubo/Net/Cancellation.h>
 #include <Nubo/Net/WebSocketProxy.h>
 #include <Nubo/Net/WebSocketSender.h>
 #include <Poco/Delegate.h>
 
 #include <algorithm>
 
+#include "HttpRequests.h"
 #include "NonNull.h"
 #include "WorkerTable.h"
 
@@ -27,7 +29,9 @@ ClientLib::ClientLib(IMessageSyncInterface* msgSync, const ClientLibParameters& 
       m_disposing(false),
       _params(params),
       _srServiceHandler(new SRServiceHandler(this, _iMsgSync, params.timeoutBeforePingServiceRegistry)),
-      _workers(std::make_unique<WorkerTable>(_connections, _mutexConnections)) {
+      _workers(std::make_unique<WorkerTable>(_connections, _mutexConnections)),
+      _stop(std::make_shared<Nubo::Net::Cancellation>()),
+      _requests(std::make_unique<HttpRequests>()) {
     _srServiceHandler->MicroServiceRegistrationChanged +=
         Poco::delegate(this, &ClientLib::HandleServiceRegistryAvailabilityChanged);
 }
@@ -64,6 +68,7 @@ void ClientLib::shutdown() {
         return;
     }
     m_disposing = true;
+    _stop->cancel();
     unwireTransport();
     endAttemptsAndSends();
     closeAhead();
@@ -80,6 +85,7 @@ void ClientLib::shutdown() {
     closeConnections();
     exchangeConnectionManager(nullptr);
     _wsOjectSplitter = nullptr;
+    _requests->awaitEnd();
 }
 
 // Whatever waits for a peer, at once and for all handlers; none begins anew.

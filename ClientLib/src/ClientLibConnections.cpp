@@ -2,7 +2,7 @@
 
 #include <Logging/LogLine.h>
 #include <Nubo/Client/ClientLib.h>
-#include <Nubo/Net/UpgradeSession.h>
+#include <Nubo/Net/TransportLimits.h>
 #include <Nubo/Net/WebSocketProxy.h>
 #include <Poco/Exception.h>
 #include <Poco/Net/HTTPRequest.h>
@@ -12,13 +12,22 @@
 #include <sys/socket.h>
 
 #include <exception>
+#include <limits>
+#include <memory>
 #include <utility>
 
+#include "BoundedSession.h"
+#include "ConnectBudget.h"
+#include "HostAddress.h"
+#include "HttpSyntax.h"
+#include "Limits.h"
 #include "NotifyEach.h"
+#include "WaitBounds.h"
 #include "WorkerTable.h"
 
 namespace Nubo::Client {
 
+using Nubo::Net::TransportLimits;
 using Nubo::Net::WebsocketDataEventPayload;
 using Nubo::Net::WebsocketEventPayload;
 using Poco::Net::WebSocket;
@@ -45,6 +54,25 @@ struct KeepaliveOption_t {
     const char* name;
     uint32_t value;
 };
+
+// Anything else would end its place in the request.
+void checkPlace(const std::string& service, const std::string& host, int port) {
+    if (!HttpSyntax::isTarget(service))
+        throw Poco::InvalidArgumentException("not the name of a service", service);
+    if (!HttpSyntax::isHost(host)) throw Poco::InvalidArgumentException("not a host", host);
+    if (port <= 0 || port > std::numeric_limits<Poco::UInt16>::max())
+        throw Poco::InvalidArgumentException("not a port", std::to_string(port));
+}
+
+/// @param budget  null: the attempt has its full time
+std::shared_ptr<WaitBounds> boundsOf(const ConnectBudget* budget,
+                                     const std::shared_ptr<const Nubo::Net::Cancellation>& stop) {
+    if (budget)
+        return std::make_shared<WaitBounds>(budget->total(),
+                                            WaitBounds::Cancellations{stop, budget->cancellation()});
+    return std::make_shared<WaitBounds>(Limits::CONNECT + TransportLimits::UPGRADE,
+                                        WaitBounds::Cancellations{stop});
+}
 
 // Of the connection manager's thread: whose events it is raising.
 thread_local const ClientLib* raising = nullptr;
@@ -82,7 +110,15 @@ WebSocketRequestHandler::Ptr ClientLib::createNewWebsocket(const std::string& se
 
 Poco::SharedPtr<WebSocket> ClientLib::upgrade(const std::string& service, const std::string& address,
                                               int port) {
-    Nubo::Net::UpgradeSession session(address, static_cast<Poco::UInt16>(port), connectionManager());
+    if (_stop->cancelled() && !connectionManager()) throw Poco::NullPointerException();
+    const std::string host = bareHost(address);
+    checkPlace(service, host, port);
+    const ConnectBudget* const budget = ConnectBudget::ofThisThread();
+    const auto bounds = boundsOf(budget, _stop);
+    BoundedSession session(host, static_cast<Poco::UInt16>(port), bounds);
+    session.open(budget ? budget->names() : ConnectBudget::Names::MayBeLookedUp);
+    bounds->beginPhase(TransportLimits::UPGRADE);
+    bounds->setAim("upgrade to a WebSocket not finished in time by " + host);
     Poco::Net::HTTPRequest request(Poco::Net::HTTPRequest::HTTP_GET, createQuery("/" + service, "", 0, ""),
                                    Poco::Net::HTTPRequest::HTTP_1_1);
     Poco::Net::HTTPResponse response;

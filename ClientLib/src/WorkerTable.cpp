@@ -30,8 +30,8 @@ void WorkerTable::remove(const WebSocketRequestHandler::Ptr& worker) {
 void WorkerTable::forgetLocked(const WebSocketRequestHandler* worker) {
     const auto isIts = [worker](const auto& entry) { return entry.second == worker; };
     const auto socket = worker->getSocket();
-    const auto found = socket ? _bySocket.find(socket->impl())
-                              : std::find_if(_bySocket.begin(), _bySocket.end(), isIts);
+    const auto found =
+        socket ? _bySocket.find(socket->impl()) : std::find_if(_bySocket.begin(), _bySocket.end(), isIts);
     if (found != _bySocket.end() && isIts(*found)) _bySocket.erase(found);
 }
 
