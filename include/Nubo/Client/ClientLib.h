@@ -102,7 +102,8 @@ public:
     /// @param timeoutBeforePing ms of silence before a ping, and again before the connection is given up; 0:
     ///        never
     /// @return the connection's worker, never null. Whoever asked for it calls its shutdown(), and then
-    ///         destroyWebsocket(), before the last pointer goes: it waits for a send that is under way.
+    ///         destroyWebsocket(), before the last pointer goes. A thread that the system refuses is an Error
+    ///         line.
     /// @throws Poco::NullPointerException before startup() and after shutdown();
     ///         Poco::InvalidArgumentException, with nothing sent, for what cannot be a path, a host or a
     ///         port, a space or a control character for example; Poco::TimeoutException when the time is
@@ -151,8 +152,8 @@ public:
     /// Connection attempts and calls of sendRequest() that are in progress on other threads are ended and
     /// waited for; later ones fail at once. A second call does nothing. Not from inside a callback: it would
     /// wait for itself for ever, which an Error line says.
-    /// Blocks as ServiceHandler::shutdown() for each handler; connection attempts that are under way end at
-    /// the same time, and no handler begins another one.
+    /// It does not end the threads of workers that the application made by createNewWebsocket(), or still
+    /// holds. Blocks as ServiceHandler::shutdown() for each handler; sends are ended first, for all.
     void shutdown() override;
 
     /// Calls shutdown(), then releases the handlers. Not from inside a callback.
@@ -197,9 +198,8 @@ public:
     /// Registers a handler under its service's name and starts it. A handler of that name is replaced:
     /// released, not shut down. It leaves its connections, its delegates are removed, and it announces
     /// nothing (held by others, it may be added again); listeners of it must be started again. May be called
-    /// inside a callback, also of the handler that it replaces, which lives until that has returned. Blocks
-    /// for what a connection attempt of the replaced one has left of its time-outs, and as
-    /// ServiceHandler::start().
+    /// inside a callback, also of the handler that it replaces, which lives until that has returned. Ends
+    /// a connection attempt of the replaced one.
     /// @throws Poco::NullPointerException when `handler` is null
     ServiceHandler::Ptr addService(ServiceHandler::Ptr handler);
 

@@ -114,8 +114,11 @@ public:
     ///        then, and the lines that say so name a null pointer or a refused message.
     /// @param timeoutBeforePing milliseconds of silence on the service's connection before it is pinged; no
     ///        answer for the same time again closes it. 0: never.
-    /// @param autoReconnect false: a lost connection is torn down and stays so, until the registry reports
-    ///        the service as withdrawn and registered again.
+    /// @param autoReconnect false: a lost connection is torn down and stays so, also one that is lost at
+    /// once,
+    ///        and also when the registry's connection is lost. It comes back when the registry reports
+    ///        another address, or the service as withdrawn and registered again, and with the registry's
+    ///        first answer after start(), which the ClientLib calls on each new connection to the registry.
     ServiceHandler(const std::string& serviceName, IClientLibInterface* clientLib,
                    IMessageSyncInterface* messageSync, uint32_t timeoutBeforePing, bool autoReconnect);
 
@@ -125,9 +128,8 @@ public:
 
     /// Announces the loss of the service, if it was available, closes its connection and refuses further
     /// messages. Its reconnect thread has ended then. Not from inside a callback of this handler: it would
-    /// wait for itself for ever, which an Error line says. Blocks for up to 1 s per thread, for a send that
-    /// is under way (Nubo/Net/WebSocketSender.h), and for a connection attempt that is under way: up to 30 s
-    /// to connect and 60 s for the upgrade.
+    /// wait for itself for ever, which an Error line says. Blocks for up to 1 s per thread that is in the
+    /// sink or in a delegate. Attempts to connect, and a send that lasts 100 ms, are ended.
     void shutdown() override;
 
     /// Subscribes to this service's entry at the registry, whose answers then make the handler connect.
@@ -155,7 +157,8 @@ public:
     virtual bool isAvailable() const;
 
     std::string getServiceName() const;  ///< as constructed. Any thread.
-    int getServicePort() const;          ///< as the registry reported it; 0 when not registered. Any thread.
+    /// As the registry reported it last, also after shutdown(); 0 before that and once withdrawn. Any thread.
+    int getServicePort() const;
 
     /// The connection's worker, null when there is none. Any thread; never blocks.
     WebSocketRequestHandler::Ptr getWebSocket() const;
@@ -224,7 +227,7 @@ protected:
     /// Takes the delegates off the connection and gives it back to the ClientLib. Any thread.
     /// @return true
     bool destroyWebsocket();
-    /// Has the reconnect thread end, without a further attempt behind one that is under way. Does not wait.
+    /// Has the reconnect thread end, and ends its attempt in progress. Does not wait.
     void wakeReconnectThread();
     /// Waits up to 1 s. @return true when the reconnect thread has ended or never ran
     bool stopReconnectThread();
