@@ -16,6 +16,7 @@
 #include "Frames.h"
 #include "LogCapture.h"
 #include "RawPeer.h"
+#include "RefusedThreads.h"
 
 using Nubo::Client::ClientLib;
 using Nubo::Net::WebsocketDataEventPayload;
@@ -109,6 +110,49 @@ TEST_F(WebSocketCreationTest, DataAndCloseReachTheWorkerAndTheClientLib) {
     client.SocketClosedHandler({proxy, "again"});
     EXPECT_EQ(expected, all.events());  // the worker was forgotten
     EXPECT_EQ((Events{SOCKET_CLOSED, SOCKET_CLOSED}), log.lines());
+}
+
+// With the last pointer in the list the manager's thread would wait for the worker's, and hold a lock that
+// the worker's delegate wants.
+TEST_F(WebSocketCreationTest, AWorkerThatOnlyTheListHasEndsOnItsOwnThread) {
+    startup();
+    const auto threads = threadCount();
+    EventLog all;
+    all.listen(client);
+    auto other = create(peer);
+    events.inside = [&](const std::string& event) {
+        if (event != "data {}") return;
+        EXPECT_TRUE(eventually([&] { return all.events().size() == 2; }));  // the close is past the manager
+        client.destroyWebsocket(other);
+    };
+    events.listen(*create(peer));
+    peer.send(1, text("{}") + CLOSING);
+    EXPECT_TRUE(events.waitFor({"data {}", GOING_AWAY}));
+    EXPECT_TRUE(eventually([&] { return threadCount() == threads + 1; }));
+}
+
+TEST_F(WebSocketCreationTest, ADelegateThatThrowsCostsNobodyElseAnything) {
+    startup();
+    EventLog throwing, all;
+    int round = 0;
+    throwing.inside = [&](const std::string&) {
+        if (++round == 1) throw Poco::IOException("pipe");
+        if (round == 2) throw std::runtime_error("x");
+        throw 7;
+    };
+    throwing.listen(client);
+    all.listen(client);
+    auto worker = create(peer);
+    events.listen(*worker);
+    log.clear();
+    peer.send(0, text("{\"a\":1}{\"b\":2}") + CLOSING);
+    const Events expected{"data {\"a\":1}", "data {\"b\":2}", GOING_AWAY};
+    EXPECT_TRUE(events.waitFor(expected));
+    EXPECT_TRUE(all.waitFor(expected));
+    for (const char* what : {"I/O error: pipe", "x", "unspecified exception"})
+        EXPECT_TRUE(
+            log.waitFor("Warning: ClientLib: a delegate of SocketDataAvailable or SocketClosed has thrown: " +
+                        std::string(what)));
 }
 
 TEST_F(WebSocketCreationTest, ADestroyedWorkerIsForgottenButNotStopped) {
@@ -226,6 +270,14 @@ TEST_F(WebSocketCreationTest, NoDescriptorIsInheritedByPrograms) {
     EXPECT_FALSE(request.get());
 }
 
+TEST_F(WebSocketCreationTest, AThreadThatTheSystemRefusesIsToldAndLeavesNothing) {
+    startup();
+    refusedThreads = 1;
+    EXPECT_THROW(create(peer), Poco::SystemException);
+    EXPECT_TRUE(log.contains("Error: " + CREATE.substr(6) + "System exception: cannot start thread"));
+    EXPECT_TRUE(SocketPeer(peer.connection(0)).atEnd());
+}
+
 TEST_F(WebSocketCreationTest, WhatComesWithTheUpgradeIsNotLost) {
     // With an interim answer, and a Connection header that says more than "Upgrade" (RFC 6455, 4.1).
     std::string answer = "HTTP/1.1 103 Early Hints\r\n\r\n" + UPGRADED;
@@ -281,7 +333,8 @@ TEST_F(WebSocketCreationTest, ShutdownClosesEverySocketAndIsFinal) {
     client.DataAvailableHandler(WebsocketDataEventPayload(proxy));
     const int references = worker.referenceCount();
     client.SocketClosedHandler({proxy, "late"});
-    EXPECT_EQ(references - 1, worker.referenceCount());  // forgotten, but not told
+    // Forgotten, but not told.
+    EXPECT_TRUE(eventually([&] { return worker.referenceCount() == references - 1; }));
     EXPECT_TRUE(worker->shutdown());
     EXPECT_EQ(Events{}, events.events());
     EXPECT_THROW(client.getServiceRegistryWebSocket(), Poco::NullPointerException);

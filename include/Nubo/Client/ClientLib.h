@@ -23,6 +23,7 @@
 #include <atomic>
 #include <chrono>
 #include <cstdint>
+#include <functional>
 #include <map>
 #include <memory>
 #include <string>
@@ -37,6 +38,7 @@ class Cancellation;
 
 namespace Nubo::Client {
 
+class WorkerTable;
 class HttpRequests;
 class WaitBounds;
 
@@ -100,7 +102,8 @@ public:
     /// @param timeoutBeforePing ms of silence before a ping, and again before the connection is given up; 0:
     ///        never
     /// @return the connection's worker, never null. Whoever asked for it calls its shutdown(), and then
-    ///         destroyWebsocket(), before the last pointer goes: it waits for a send that is under way.
+    ///         destroyWebsocket(), before the last pointer goes. A thread that the system refuses is an Error
+    ///         line.
     /// @throws Poco::NullPointerException before startup() and after shutdown();
     ///         Poco::InvalidArgumentException, with nothing sent, for what cannot be a path, a host or a
     ///         port, a space or a control character for example; Poco::TimeoutException when the time is
@@ -149,8 +152,8 @@ public:
     /// Connection attempts and calls of sendRequest() that are in progress on other threads are ended and
     /// waited for; later ones fail at once. A second call does nothing. Not from inside a callback: it would
     /// wait for itself for ever, which an Error line says.
-    /// Blocks as ServiceHandler::shutdown() for each handler; connection attempts that are under way end at
-    /// the same time, and no handler begins another one.
+    /// It does not end the threads of workers that the application made by createNewWebsocket(), or still
+    /// holds. Blocks as ServiceHandler::shutdown() for each handler; sends are ended first, for all.
     void shutdown() override;
 
     /// Calls shutdown(), then releases the handlers. Not from inside a callback.
@@ -195,9 +198,8 @@ public:
     /// Registers a handler under its service's name and starts it. A handler of that name is replaced:
     /// released, not shut down. It leaves its connections, its delegates are removed, and it announces
     /// nothing (held by others, it may be added again); listeners of it must be started again. May be called
-    /// inside a callback, also of the handler that it replaces, which lives until that has returned. Blocks
-    /// for what a connection attempt of the replaced one has left of its time-outs, and as
-    /// ServiceHandler::start().
+    /// inside a callback, also of the handler that it replaces, which lives until that has returned. Ends
+    /// a connection attempt of the replaced one.
     /// @throws Poco::NullPointerException when `handler` is null
     ServiceHandler::Ptr addService(ServiceHandler::Ptr handler);
 
@@ -210,6 +212,10 @@ public:
     void HandleServiceRegistryAvailabilityChanged(const ServiceHandler::ServiceRegistrationEventData_t& data);
 
 private:
+    friend class ServiceHandler;  // callLater()
+
+    /// Runs `action` on the manager's thread after `delay`; never, when there is no manager then. Any thread.
+    void callLater(std::chrono::milliseconds delay, std::function<void()> action);
     void setTcpKeepaliveParameters(Poco::SharedPtr<Poco::Net::WebSocket>& webSocket, bool isLocal);
     void setKeepaliveOptions(Poco::SharedPtr<Poco::Net::WebSocket>& webSocket, bool isLocal);
     Poco::SharedPtr<Poco::Net::WebSocket> upgrade(const std::string& service, const std::string& address,
@@ -217,17 +223,20 @@ private:
     WebSocketRequestHandler::Ptr registerConnection(Poco::SharedPtr<Poco::Net::WebSocket>& socket,
                                                     long timeoutMs);
     Poco::SharedPtr<Nubo::Net::WebsocketConnectionManager> connectionManager() const;
-    enum class AfterFinding { Keep, Forget };
-    WebSocketRequestHandler::Ptr findWorker(const Poco::Net::WebSocket& socket, AfterFinding after);
+    WebSocketRequestHandler::Ptr startWorker(Poco::SharedPtr<Poco::Net::WebSocket>& socket);
+    void IncompleteDroppedHandler(const Nubo::Net::WebsocketDataEventPayload& dropped);
     void exchangeConnectionManager(Poco::SharedPtr<Nubo::Net::WebsocketConnectionManager> manager);
     void unwireTransport();
+    void endAttemptsAndSends();
     void wakeReconnectThreads();
+    void closeAhead();
     void closeConnections();
     bool isRaisingHere() const;
     std::shared_ptr<WaitBounds> requestBounds() const;
     void releaseReplacedHandlers();
     std::vector<ServiceHandler::Ptr> handlers() const;
 
+    IMessageSyncInterface* const _iMsgSync;  // the application's; handed to the registry's handler
     std::atomic<bool> m_disposing;
     const ClientLibParameters _params;
     services_t _services;  // application's thread only
@@ -239,11 +248,10 @@ private:
 
     // Leaf: shutdown() resets the manager while a reconnect thread may be opening a socket.
     mutable Nubo::Util::Mutex _mutexManager;
-    // Held by the manager's thread while it has a worker in its hands. destroyWebsocket() waits for that: the
-    // thread must not come to hold the last pointer, whose release waits for sends that this thread ends.
-    Nubo::Util::Mutex _mutexDelivery;
     // Handlers that were replaced from inside one of their own callbacks; released once they have returned.
     std::vector<ServiceHandler::Ptr> _replacedHandlers;
+    // _connections and its index.
+    const std::unique_ptr<WorkerTable> _workers;
     // What shutdown() ends on other threads: connection attempts and HTTP requests.
     const std::shared_ptr<Nubo::Net::Cancellation> _stop;  // locks itself
     const std::unique_ptr<HttpRequests> _requests;         // locks itself

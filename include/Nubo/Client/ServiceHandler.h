@@ -38,6 +38,7 @@ namespace Nubo::Client {
 class IClientLibInterface;
 class LossRate;
 class ReconnectThread;
+struct RetryTicket;
 class SubscriptionBook;
 struct ParsedText_t;
 
@@ -113,8 +114,11 @@ public:
     ///        then, and the lines that say so name a null pointer or a refused message.
     /// @param timeoutBeforePing milliseconds of silence on the service's connection before it is pinged; no
     ///        answer for the same time again closes it. 0: never.
-    /// @param autoReconnect false: a lost connection is torn down and stays so, until the registry reports
-    ///        the service as withdrawn and registered again.
+    /// @param autoReconnect false: a lost connection is torn down and stays so, also one that is lost at
+    /// once,
+    ///        and also when the registry's connection is lost. It comes back when the registry reports
+    ///        another address, or the service as withdrawn and registered again, and with the registry's
+    ///        first answer after start(), which the ClientLib calls on each new connection to the registry.
     ServiceHandler(const std::string& serviceName, IClientLibInterface* clientLib,
                    IMessageSyncInterface* messageSync, uint32_t timeoutBeforePing, bool autoReconnect);
 
@@ -124,9 +128,8 @@ public:
 
     /// Announces the loss of the service, if it was available, closes its connection and refuses further
     /// messages. Its reconnect thread has ended then. Not from inside a callback of this handler: it would
-    /// wait for itself for ever, which an Error line says. Blocks for up to 1 s per thread, for a send that
-    /// is under way (Nubo/Net/WebSocketSender.h), and for a connection attempt that is under way: up to 30 s
-    /// to connect and 60 s for the upgrade.
+    /// wait for itself for ever, which an Error line says. Blocks for up to 1 s per thread that is in the
+    /// sink or in a delegate. Attempts to connect, and a send that lasts 100 ms, are ended.
     void shutdown() override;
 
     /// Subscribes to this service's entry at the registry, whose answers then make the handler connect.
@@ -154,7 +157,8 @@ public:
     virtual bool isAvailable() const;
 
     std::string getServiceName() const;  ///< as constructed. Any thread.
-    int getServicePort() const;          ///< as the registry reported it; 0 when not registered. Any thread.
+    /// As the registry reported it last, also after shutdown(); 0 before that and once withdrawn. Any thread.
+    int getServicePort() const;
 
     /// The connection's worker, null when there is none. Any thread; never blocks.
     WebSocketRequestHandler::Ptr getWebSocket() const;
@@ -223,7 +227,7 @@ protected:
     /// Takes the delegates off the connection and gives it back to the ClientLib. Any thread.
     /// @return true
     bool destroyWebsocket();
-    /// Has the reconnect thread end, without a further attempt behind one that is under way. Does not wait.
+    /// Has the reconnect thread end, and ends its attempt in progress. Does not wait.
     void wakeReconnectThread();
     /// Waits up to 1 s. @return true when the reconnect thread has ended or never ran
     bool stopReconnectThread();
@@ -245,6 +249,7 @@ private:
     };
 
     // registry (ServiceHandler.cpp)
+    void subscribeAtRegistry(WebSocketRequestHandler::Ptr registry, const std::string& uri);
     void attachToRegistry(WebSocketRequestHandler::Ptr registry);
     void detachFromRegistry();
     using DataHandler = void (ServiceHandler::*)(const Nubo::Net::WebsocketDataEventPayload&);
@@ -265,15 +270,18 @@ private:
     void checkReconnected();
     bool reconnectServiceSocket();
     bool reconnectUnlessConnected(uint64_t& own);
-    bool attemptReconnect();
+    bool tryReconnect(uint64_t& own);
     bool connectToService();
     void startReconnectThread();
+    void startReconnectThreadLater();
     bool joinReconnectThread();
     bool isReconnectPossible() const;
+    void runSeries(uint8_t count, uint32_t baseDelayMs);
     void retryUntilConnected(uint8_t count, uint32_t baseDelayMs);
     bool waitForNextSeries(long delayMs);
     bool postOpened();
     bool shutdownWebSocket();
+    void closeAhead();
     Connection_t connection() const;
     void setConnection(const WebSocketRequestHandler::Ptr& worker);
     bool post(Nubo::Util::DataMessageBase* message);
@@ -333,6 +341,11 @@ private:
 
     // The worker on which start() put this handler's delegates: they come off that one, whichever is current.
     WebSocketRequestHandler::Ptr _attachedRegistry;  // caller's thread only
+    // What start() has subscribed to last, and on which worker: on the same one it is unsubscribed first.
+    // Caller's thread only, as is the next.
+    WebSocketRequestHandler::Ptr _subscribedRegistry;
+    std::string _registryUri;
+    bool _firstAnswerDue = false;  // nothing has come from the registry since start()
 
     // The connection last announced. Caller's thread only.
     uint64_t _announcedGeneration = 0;
@@ -341,6 +354,8 @@ private:
     // Last: they work on members above.
     const std::unique_ptr<LossRate> _lossRate;                // caller's thread only
     const std::unique_ptr<ReconnectThread> _reconnectThread;  // locks itself
+    std::atomic<bool> _threadRefused{false};                  // by the system, and still wanted
+    const std::shared_ptr<RetryTicket> _ticket;
     // Who subscribes to what: the index over the two maps above. Caller's thread only.
     const std::unique_ptr<SubscriptionBook> _book;
     // Bounds the lines about what peers send; locks itself.
