@@ -4,6 +4,7 @@ set(client ${PROJECT_SOURCE_DIR}/ClientLib/src)
 target_sources(VocabularyTest PRIVATE ${client}/UpdateClone.cpp)  # not exported
 target_include_directories(VocabularyTest PRIVATE ${client})
 zol_add_test(ServiceHandlerTest REGISTRY)
+zol_add_test(AllocationTest REGISTRY)
 zol_add_test(ActivityGuardTest)
 zol_add_test(WorkerTest)
 zol_add_test(HttpPathTest REGISTRY)
