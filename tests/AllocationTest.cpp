@@ -103,7 +103,7 @@ protected:
     }
     void run();
 
-    static constexpr std::chrono::seconds DEADLINE{4};
+    static constexpr std::chrono::seconds DEADLINE{2};
 
     Platform platform;
     Service& media = platform.addService("Media");

@@ -1,9 +1,13 @@
+#include <Logging/Escaped.h>
 #include <Logging/LineLimit.h>
 #include <Logging/LogLine.h>
 #include <Logging/Shortened.h>
 #include <gtest/gtest.h>
 
+#include <array>
+#include <chrono>
 #include <cstdlib>
+#include <functional>
 #include <iostream>
 #include <locale>
 #include <sstream>
@@ -53,6 +57,27 @@ TEST(LogLine, InactiveLevelEvaluatesNothing) {
     }
 }
 
+TEST(LogLine, NothingIsEvaluatedWithoutAChannelWhoeverSetsIt) {
+    const LogCapture log;
+    Poco::Logger& logger = Logging::Log::Logger();
+    const auto channel = logger.getChannel();
+    int evaluated = 0;
+    const auto setters = {
+        std::function<void(const Poco::Channel::Ptr&)>([&](const auto& to) { logger.setChannel(to); }),
+        {[](const auto& to) { Poco::Logger::setChannel("", to); }}};  // root and below
+    for (const auto& set : setters) {
+        const int before = evaluated;
+        set(nullptr);
+        ZOL_LOG_ERROR(++evaluated);
+        EXPECT_FALSE(Logging::Log::IsLogLevelActive(Message::PRIO_FATAL));
+        set(channel);
+        ZOL_LOG_DEBUG(++evaluated);
+        EXPECT_EQ(evaluated, before + 1);
+    }
+    Poco::Logger::root().setChannel(nullptr);
+    EXPECT_EQ(log.lines(), (Lines{"Debug: 1", "Debug: 2"}));
+}
+
 TEST(LogStream, OneEndlIsOneMessageAndACopyBeginsAnew) {
     const LogCapture log;
     const std::string forged = "200 OK\r\nError: forged\n";
@@ -70,6 +95,42 @@ TEST(LogStream, OneEndlIsOneMessageAndACopyBeginsAnew) {
     EXPECT_EQ(log.messages().back().getPriority(), Message::PRIO_ERROR);
     EXPECT_EQ(log.lines(), (Lines{"Info: a -> 200 OK\\r\\nError: forged\\n", "Error: first", ", second: ",
                                   "third\\n", "Debug: ", "", "flushed late", "copy", "original!"}));
+}
+
+TEST(LogStream, EscapesWhatCouldDriveATerminal) {
+    using Row = std::array<std::string, 3>;  // a text; as in a line; as in a JSON text
+    const std::vector<Row> table{
+        {"plain ~ \\ \"", "plain ~ \\ \"", "plain ~ \\ \""},
+        {"\tk\u00e4se \u20ac \U0001F600 \u00a0", "\tk\u00e4se \u20ac \U0001F600 \u00a0",
+         "\tk\u00e4se \u20ac \U0001F600 \u00a0"},
+        {"a\r\nb", "a\\r\\nb", "a\r\nb"},
+        {std::string("\0\a\x1B[2J\x1F\x7F", 8), "\\x00\\x07\\x1B[2J\\x1F\\x7F",
+         "\\u0000\\u0007\\u001B[2J\\u001F\\u007F"},
+        {"\u0080x\u009B", "\\xC2\\x80x\\xC2\\x9B", "\\u0080x\\u009B"},
+        {"\x9B\xFFz", "\\x9B\\xFFz", "\\\\x9B\\\\xFFz"},
+        {"\xC0\xAF", "\\xC0\\xAF", "\\\\xC0\\\\xAF"},                  // overlong
+        {"\xED\xA0\x80", "\\xED\\xA0\\x80", "\\\\xED\\\\xA0\\\\x80"},  // a surrogate
+        {"\xF4\x90\x80\x80", "\\xF4\\x90\\x80\\x80", "\\\\xF4\\\\x90\\\\x80\\\\x80"},
+        {"\xE2\x82", "\\xE2\\x82", "\\\\xE2\\\\x82"},                    // cut by the end
+        {"\xE2\x82\u20ac", "\\xE2\\x82\u20ac", "\\\\xE2\\\\x82\u20ac"},  // and by the next one
+    };
+    const LogCapture log;
+    for (const auto& [text, line, json] : table) {
+        ZOL_LOG_INFO(text);
+        EXPECT_EQ(log.lines().back(), "Info: " + line);
+        EXPECT_EQ(Logging::escapedJson(text), json);
+    }
+}
+
+TEST(LogStream, EscapesInOnePass) {
+    for (const char* const value : {"\n", "\x1B", "\xFF", "\xC2\x9B"}) {
+        std::string text;
+        while (text.size() < (1 << 24)) text += value;
+        const auto start = std::chrono::steady_clock::now();
+        const auto escaped = Logging::escaped(text);
+        EXPECT_GE(escaped.size(), 2 * text.size());
+        EXPECT_LT(std::chrono::steady_clock::now() - start, std::chrono::seconds(20));
+    }
 }
 
 TEST(LineLimit, LeavesOutWhatIsMoreThanTwentyInASecondAndSaysHowMany) {

@@ -1,10 +1,13 @@
 // zol-platform and zolctl as people use them: as processes, by their options, signals, keys and output.
+#include <Logging/Escaped.h>
 #include <Poco/Net/ServerSocket.h>
 #include <gmock/gmock.h>
 
+#include <algorithm>
 #include <memory>
 
 #include "Process.h"
+#include "RawPeer.h"
 
 namespace {
 
@@ -241,6 +244,56 @@ TEST_F(ProgramsTest, ShowColoursAndKeysOnATerminalOnly) {
                              "move is for services only", "restart: Climate Media Updates"})
         ASSERT_TRUE(terminal.prints(text));
     EXPECT_EQ(terminal.exitCode(), 0);
+}
+
+/// Whether a terminal shows it as it stands: lines of valid UTF-8 without control characters but tabs.
+bool isHarmless(std::string text) {
+    text.erase(std::remove(text.begin(), text.end(), '\n'), text.end());
+    return Logging::escaped(text) == text;
+}
+
+TEST_F(ProgramsTest, ZolctlShowsNoControlCharactersOfAPeer) {
+    const struct {
+        const char* arguments;
+        std::string status;
+        std::string body;
+        const char* shown;  // a part of what comes
+    } table[] = {
+        {"get /a", "404 Not Found", R"({"message":"\u001b]0;x\u0007\u009b1m\nforged"})",
+         R"(\x1B]0;x\x07\xC2\x9B1m\nforged)"},
+        {"get /a", "404 \x1B[31m\x9B", "", ""},
+        {"get /a", "200 OK", "{\"data\":\"\x1B[31m\xFF", "no JSON object"},
+        {"get /a", "200 OK", R"({"data":{"k\u001b":["\u009b\u007f\u00e9\ud83d\ude00"]}})",
+         "{\"k\\u001B\":[\"\\u009B\\u007F\u00e9\U0001F600\"]}\n"},
+        {"services", "200 OK", R"({"data":[{"name":"M\u001b[31m\tx\r\nN","port":"1\t","uri":"/\u009b"}]})",
+         "M\\x1B[31m\\tx\\r\\nN\t127.0.0.1:1\\t\t/\\xC2\\x9B\n"},
+    };
+    for (const auto& [arguments, status, body, shown] : table) {
+        const RawPeer registry({"HTTP/1.1 " + status + "\r\n\r\n" + body}, RawPeer::Then::Close, "127.0.0.1",
+                               4480);
+        const std::string command = std::string("zolctl ") + arguments;
+        const std::string output = outputOf(command);
+        EXPECT_THAT(output, HasSubstr(shown)) << command;
+        EXPECT_PRED1(isHarmless, output) << command;
+        EXPECT_PRED1(isHarmless, outputOf(command + " --log-level debug")) << command;
+    }
+}
+
+TEST_F(ProgramsTest, PlatformShowsNoControlCharactersOfAClient) {
+    for (const std::string style : {"", "--json"}) {
+        Process shown("exec zol-platform --control-port 0 " + style);
+        ASSERT_TRUE(shown.prints("control"));
+        outputOf(
+            R"(exec 3<>/dev/tcp/127.0.0.1/4480; printf 'GET /\x1b[31m\x9b\x7f HTTP/1.0\r\n\r\n' >&3; cat <&3)");
+        ASSERT_TRUE(
+            shown.prints(style.empty() ? R"(GET /\x1B[31m\x9B\x7F)" : R"(GET /\u001B[31m\\x9B\u007F)"));
+        shown.signal(SIGTERM);
+        EXPECT_EQ(shown.exitCode(), 0);
+        EXPECT_PRED1(isHarmless, shown.out() + shown.err());
+    }
+    startPlatform();
+    const std::string refused = ask("POST", "/services/%%1B%%C2%%9B/stop");
+    EXPECT_THAT(refused, HasSubstr(R"("message": "no service \u001B\u009B")"));
 }
 
 TEST_F(ProgramsTest, CompletesInBash) {

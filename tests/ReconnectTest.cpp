@@ -1,11 +1,17 @@
 #include <Nubo/Simulator/MessageSink.h>
 #include <gmock/gmock.h>
 
+#include <poll.h>
+
 #include <future>
 #include <memory>
 
 #include "ClientDoubles.h"
+#include "EventLog.h"
 #include "LogCapture.h"
+#include "LossRate.h"
+#include "ReconnectThread.h"
+#include "RefusedThreads.h"
 
 namespace {
 
@@ -184,6 +190,118 @@ TEST_F(ReconnectTest, ConnectionClosedBeforeItWasListenedToCountsAsFailed) {
     handler->setNewServiceAddress("10.0.0.5", 80);
     EXPECT_FALSE(handler->isAvailable());
     EXPECT_EQ(1U, log.count("Debug: startReconnectThread"));
+}
+
+// --- the thread, without a handler ---
+
+/// A body that counts its rounds, and stays in each until it is let out.
+class ReconnectThreadTest : public testing::Test, public Poco::Runnable {
+protected:
+    ~ReconnectThreadTest() override {
+        inRound = nullptr;
+        thread.stopForGood();
+        while (!thread.join(1000)) {
+        }
+    }
+    void run() override {
+        const ReconnectThread::Run run(thread);
+        do {
+            delays.push_back(run.retries().delayMs);
+            ++rounds;
+            if (inRound) inRound();
+        } while (run.again([this] { return needed.load(); }));
+    }
+    void start(uint32_t delayMs) { thread.start(*this, {1, delayMs}); }
+
+    Poco::Thread object;
+    Poco::Event wait;
+    ReconnectThread thread{object, wait};
+    std::atomic<bool> needed{true};
+    std::function<void()> inRound;
+    std::vector<uint32_t> delays;  // of the rounds; the thread's until it is joined
+    std::atomic<int> rounds{0};
+};
+
+TEST_F(ReconnectThreadTest, RunsAgainAndAgainAndIsJoinedOnce) {
+    EXPECT_TRUE(thread.join(0));  // it never ran
+    for (uint32_t i = 1; i <= 300; ++i) {
+        start(i);  // the last one may be about to end
+        if (i % 3 != 0) continue;
+        ASSERT_TRUE(thread.join(30000));
+        EXPECT_TRUE(thread.join(0));
+    }
+    refusedThreads = 1;
+    EXPECT_THROW(start(1), Poco::SystemException);
+    EXPECT_TRUE(thread.join(0));
+    const int before = rounds;
+    start(1);
+    EXPECT_TRUE(eventually([&] { return rounds == before + 1; }));
+    thread.stopForGood();
+    start(1);
+    ASSERT_TRUE(thread.join(30000));
+    EXPECT_EQ(before + 1, rounds);
+}
+
+TEST_F(ReconnectThreadTest, RoundsAskedForMeanwhileAreOneUnlessTakenBackOrNotNeeded) {
+    const struct {
+        bool takenBack, needed;
+        std::vector<uint32_t> delays;
+    } table[] = {{false, true, {1, 3}}, {true, true, {1}}, {false, false, {1}}};
+    for (const auto& row : table) {
+        std::promise<void> entered, leave;
+        delays.clear();
+        rounds = 0;
+        needed = row.needed;
+        inRound = [&] {
+            if (rounds > 1) return;
+            entered.set_value();
+            leave.get_future().wait();
+        };
+        start(1);
+        entered.get_future().wait();
+        for (const uint32_t delayMs : {2, 3}) start(delayMs);
+        EXPECT_FALSE(row.takenBack && thread.join(0));
+        leave.set_value();
+        EXPECT_TRUE(eventually([&] { return rounds == static_cast<int>(row.delays.size()); }));
+        ASSERT_TRUE(thread.join(30000));
+        EXPECT_EQ(row.delays, delays);
+    }
+}
+
+// Whoever wants what an attempt holds ends it, and those that begin before he has it.
+TEST_F(ReconnectThreadTest, AttemptsGiveWay) {
+    Poco::Mutex held;
+    std::atomic<int> attempts{0};
+    inRound = [&] {
+        const ReconnectThread::Overtake lock(thread, held);
+        const ReconnectThread::Attempt attempt(thread);
+        ++attempts;
+        pollfd ended{attempt.cancellation()->descriptor(), POLLIN, 0};
+        EXPECT_EQ(1, ::poll(&ended, 1, 30000));
+    };
+    const std::function<void()> ways[] = {[&] { const ReconnectThread::Overtake lock(thread, held); },
+                                          [&] { thread.wake(); }, [&] { EXPECT_TRUE(thread.join(30000)); },
+                                          [&] { thread.stopForGood(); }};
+    int expected = 0;
+    for (const auto& way : ways) {
+        start(1);
+        ++expected;
+        while (attempts != expected) std::this_thread::yield();
+        way();
+        EXPECT_TRUE(thread.join(30000));
+    }
+}
+
+TEST(LossRateTest, IsTooHighAfterTenShortLivesInARow) {
+    LossRate rate;
+    for (const bool late : {false, true}) {
+        for (int i = 0; i <= 10; ++i) {
+            EXPECT_FALSE(rate.tooHigh());
+            rate.lost(999ms);
+        }
+        EXPECT_TRUE(rate.tooHigh()) << late;
+        rate.lost(1s);
+    }
 }
 
 }  // namespace

@@ -226,7 +226,7 @@ TEST_F(ServiceHandlerTest, NotifiesSubscribersInOrder) {
     }
     sink.dispatch();
     EXPECT_THAT(notified.events(), IsEmpty());
-    handler->handle(message("/Media/tracks/#1-Media-gone"));  // of a subscription that has just ended
+    handler->handle(message("/Media/tracks/#1-Media-gone"));  // to which nobody ever subscribed
     EXPECT_THAT(notified.events(), ElementsAre("/Media/tracks/#1-Media-gone"));
 }
 
@@ -248,6 +248,37 @@ TEST_F(ServiceHandlerTest, FurtherSubscribersAreServedCurrentData) {
     sink.refuse(true);
     EXPECT_NE("", subscribe("/Media/tracks"));
     EXPECT_EQ(1U, log.count(REFUSED));
+}
+
+TEST_F(ServiceHandlerTest, WhoHasLeftHearsNoMore) {
+    const std::string first = subscribe("/Media/t");
+    Notifications notified(handler);
+    handler->handle(message(first, R"("old")"));
+    handler->removeSubscription(subscribe("/Media/t"));  // is served, and leaves before
+    handler->handle(message(first, R"("new")"));
+    sink.dispatch();
+    EXPECT_THAT(notified.events(), ElementsAre(first, first));
+    const std::string second = subscribe("/Media/t");
+    sink.dispatch();
+    EXPECT_EQ(1U, notified.count(second, "new"));  // not put back to the old one
+
+    notified.received.clear();
+    handler->receive(message(first, R"("queued")"));
+    for (const auto& uri : {first, second}) handler->removeSubscription(uri);
+    const std::string third = subscribe("/Media/t");
+    sink.dispatch();
+    handler->handle(message("/Media/t#" + second.substr(second.find('#') + 1)));
+    subscribe("/Media/t");
+    EXPECT_EQ(0U, sink.dispatch());  // what came for those who have left is nobody's current data
+    EXPECT_THAT(notified.events(), IsEmpty());
+    const std::string unknown = "/Media/t/#1-Media-x";
+    handler->handle(message(unknown, R"("unknown")"));
+    EXPECT_THAT(notified.events(), ElementsAre(unknown));
+    const std::string last = subscribe("/Media/t");
+    sink.dispatch();
+    EXPECT_EQ(1U, notified.count(last, "unknown"));
+    handler->handle(message("/Media/t/5" + third.substr(third.find('#'))));  // of an element of the list
+    EXPECT_EQ("/Media/t/5" + third.substr(third.find('#')), notified.events().back());
 }
 
 TEST_F(ServiceHandlerTest, SubscribersMayChangeSubscriptionsAndThrow) {

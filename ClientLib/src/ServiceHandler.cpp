@@ -12,9 +12,13 @@
 
 #include <utility>
 
+#include "LossRate.h"
 #include "NonNull.h"
 #include "NotifyEach.h"
+#include "ReconnectThread.h"
 #include "RetryInterval.h"
+#include "SendLock.h"
+#include "SubscriptionBook.h"
 
 namespace Nubo::Client {
 
@@ -42,7 +46,10 @@ ServiceHandler::ServiceHandler(const std::string& serviceName, IClientLibInterfa
       _autoReconnect(autoReconnect),
       _countConnectServiceRetry(DEFAULT_RETRY_COUNT),
       _delayConnectServiceRetry(DEFAULT_RETRY_DELAY_MS),
-      _timeoutBeforePing(timeoutBeforePing) {}
+      _timeoutBeforePing(timeoutBeforePing),
+      _lossRate(std::make_unique<LossRate>()),
+      _reconnectThread(std::make_unique<ReconnectThread>(_reconnectThreadObject, _wait)),
+      _book(std::make_unique<SubscriptionBook>(_subscrMapSubscribers, _subscrUriValueMap)) {}
 
 ServiceHandler::~ServiceHandler() {
     try {
@@ -68,7 +75,8 @@ void ServiceHandler::start() {
                                              false);
         auto registry = nonNull(_clientLibInterface).getServiceRegistryWebSocket();
         detachFromRegistry();
-        Lock lock(registry->getSocketMutex());  // Poco::NullPointerException while the registry is away
+        // Poco::NullPointerException while the registry is away.
+        const SendLock lock(registry->getSocketMutex());
         attachToRegistry(registry);
         *registry << request;
     } catch (const Poco::Exception& e) {
@@ -86,7 +94,7 @@ void ServiceHandler::attachToRegistry(WebSocketRequestHandler::Ptr registry) {
 void ServiceHandler::detachFromRegistry() {
     auto registry = _attachedRegistry;  // outlives the lock on its mutex
     if (!registry) return;
-    Lock lock(registry->getSocketMutex());
+    const SendLock lock(registry->getSocketMutex());
     removeDelegates(*registry);
     _attachedRegistry = nullptr;
 }
@@ -130,15 +138,15 @@ void ServiceHandler::retire() {
 void ServiceHandler::leaveRegistryAndService() {
     auto registry = _attachedRegistry;  // outlives the lock on its mutex
     if (!registry) return closeServiceConnection();
-    Lock lock(registry->getSocketMutex());
+    const SendLock lock(registry->getSocketMutex());
     detachFromRegistry();
     closeServiceConnection();
 }
 
 // One hold of the lock: a reconnect thread that waits for it then finds that the service has no address.
 void ServiceHandler::closeServiceConnection() {
-    wakeReconnectThread();  // before its attempt lets go of the lock, or it might begin another one
-    Lock lock(_socketMutex);
+    wakeReconnectThread();  // it makes no further attempt
+    const ReconnectThread::Overtake lock(*_reconnectThread, _socketMutex);
     while (!destroyWebsocket()) Poco::Thread::sleep(RETRY_INTERVAL_MS);
     Nubo::Util::MutexLock state(_mutexState);
     _isSocketConnected = false;

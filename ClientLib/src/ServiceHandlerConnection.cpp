@@ -11,8 +11,12 @@
 
 #include <exception>
 
+#include "ConnectBudget.h"
+#include "LossRate.h"
 #include "NonNull.h"
+#include "ReconnectThread.h"
 #include "RetryInterval.h"
+#include "SendLock.h"
 
 namespace Nubo::Client {
 
@@ -22,12 +26,11 @@ using StateLock = Nubo::Util::MutexLock;
 namespace {
 
 constexpr long JOIN_MS = 1000;
+constexpr std::chrono::milliseconds CALLERS_ATTEMPT{500};
+constexpr std::chrono::seconds THREADS_ATTEMPT{90};  // of which the transport gives 60 to the upgrade
 constexpr int RANDOM_STATE_SIZE = 256;
 constexpr int DELAY_SPREAD_MS = 100;
 constexpr int PAUSE_IN_DELAYS = 20;
-// So many connections in a row that last no longer than this are rebuilt at once.
-constexpr int MAX_SHORT_LIVED = 10;
-constexpr std::chrono::seconds SHORT_LIFE{1};
 
 // From the clock, so that handlers started together do not retry in step.
 Poco::UInt32 seedFromClock() {
@@ -37,38 +40,56 @@ Poco::UInt32 seedFromClock() {
            static_cast<Poco::UInt32>(now.microsecond());
 }
 
+/// Sets a flag while it lives.
+class Entered {
+public:
+    explicit Entered(bool& flag) : _flag(flag) { _flag = true; }
+    ~Entered() { _flag = false; }
+    Entered(const Entered&) = delete;
+    Entered& operator=(const Entered&) = delete;
+
+private:
+    bool& _flag;
+};
+
 }  // namespace
 
 // --- reaction to a new state, on the caller's thread ---
 
 void ServiceHandler::ServiceAvailabilityChanged(bool available) {
     if (available == _lastServiceAvailableValue || Disposing() || _serviceAvailabilityChangedEntered) return;
-    _serviceAvailabilityChangedEntered = true;
+    const Entered entered(_serviceAvailabilityChangedEntered);
+    react(available);
+    announceAvailability();
+}
+
+void ServiceHandler::react(bool available) {
     try {
         ZOL_LOG_DEBUG("ServiceHandler::ServiceAvailabilityChanged: " << getServiceDescription() << " = "
                                                                      << available);
-        if (available || (_autoReconnect && isReconnectPossible())) {
-            const bool atOnce = available || mayRebuildAtOnce();
-            if (!atOnce) tearDownConnection();
-            if (!atOnce || !reconnectServiceSocket()) startReconnectThread();
-        } else {
-            tearDownConnection();
-        }
+        const bool stays = !available && (!_autoReconnect || !isReconnectPossible());
+        const bool atOnce = available || (!stays && noteLoss());
+        if (!atOnce) tearDownConnection();
+        if (!stays && (!atOnce || !connectAtOnce())) startReconnectThread();
     } catch (const Poco::Exception& e) {
         ZOL_LOG_ERROR("ServiceHandler::ServiceAvailabilityChanged - exception: " << e.displayText());
     } catch (...) {
         ZOL_LOG_ERROR("ServiceHandler::ServiceAvailabilityChanged - unspecified exception");
     }
-    announceAvailability();
-    _serviceAvailabilityChangedEntered = false;
 }
 
 // A peer that ends one connection after the other is left to the reconnect thread: that waits before each
 // one.
-bool ServiceHandler::mayRebuildAtOnce() {
-    const bool shortLived = std::chrono::steady_clock::now() - _announcedAt < SHORT_LIFE;
-    _shortLivedConnections = shortLived ? _shortLivedConnections + 1 : 0;
-    return _shortLivedConnections <= MAX_SHORT_LIVED;
+// @return whether the connection may be rebuilt at once
+bool ServiceHandler::noteLoss() {
+    _lossRate->lost(std::chrono::steady_clock::now() - _announcedAt);
+    return !_lossRate->tooHigh();
+}
+
+// The application's thread is not held by a peer, nor by a name server.
+bool ServiceHandler::connectAtOnce() {
+    const ConnectBudget budget(CALLERS_ATTEMPT, ConnectBudget::Names::LiteralsAndLocalhostOnly, nullptr);
+    return reconnectServiceSocket();
 }
 
 void ServiceHandler::tearDownConnection() {
@@ -163,7 +184,7 @@ bool ServiceHandler::post(Nubo::Util::DataMessageBase* message) {
 // --- connecting and tearing down, under _socketMutex, on the caller's or the reconnect thread ---
 
 bool ServiceHandler::reconnectServiceSocket() {
-    Lock lock(_socketMutex);
+    const ReconnectThread::Overtake lock(*_reconnectThread, _socketMutex);
     ZOL_LOG_DEBUG("reconnectServiceSocket: reconnecting to service: " << getServiceDescription());
     try {
         if (getWebSocket()) {
@@ -184,7 +205,7 @@ bool ServiceHandler::connectToService() {
                       .createNewWebsocket(_serviceName, address.host, address.port, _timeoutBeforePing);
     setConnection(worker);
     {
-        Lock workerLock(worker->getSocketMutex());
+        const SendLock workerLock(worker->getSocketMutex());
         addDelegates(*worker);
     }
     if (worker->closeReported()) return false;
@@ -199,7 +220,7 @@ void ServiceHandler::setConnection(const WebSocketRequestHandler::Ptr& worker) {
 }
 
 bool ServiceHandler::shutdownWebSocket() {
-    Lock lock(_socketMutex);
+    const ReconnectThread::Overtake lock(*_reconnectThread, _socketMutex);
     auto worker = getWebSocket();
     if (!worker) return true;
     removeDelegates(*worker);
@@ -207,7 +228,7 @@ bool ServiceHandler::shutdownWebSocket() {
 }
 
 bool ServiceHandler::destroyWebsocket() {
-    Lock lock(_socketMutex);
+    const ReconnectThread::Overtake lock(*_reconnectThread, _socketMutex);
     if (auto worker = getWebSocket()) {
         removeDelegates(*worker);
         try {
@@ -230,19 +251,7 @@ bool ServiceHandler::destroyWebsocket() {
 void ServiceHandler::startReconnectThread() {
     ZOL_LOG_DEBUG("startReconnectThread");
     if (Disposing() || !isReconnectPossible()) return;
-    StateLock lock(_mutexReconnect);
-    if (_reconnectState != ReconnectState::Idle) {
-        // It may be about to end: its last decision will see this.
-        _reconnectState = ReconnectState::RunAgain;
-        return;
-    }
-    if (!_reconnectJoined) _reconnectThreadObject.join();  // it has taken its last decision: it ends at once
-    _reconnectJoined = true;
-    _wait.reset();
-    _reconnectEnded.reset();
-    _reconnectThreadObject.start(*this);
-    _reconnectJoined = false;
-    _reconnectState = ReconnectState::Running;
+    _reconnectThread->start(*this, {_countConnectServiceRetry, _delayConnectServiceRetry});
 }
 
 bool ServiceHandler::stopReconnectThread() {
@@ -251,47 +260,28 @@ bool ServiceHandler::stopReconnectThread() {
 }
 
 void ServiceHandler::wakeReconnectThread() {
-    StateLock lock(_mutexReconnect);
-    if (_reconnectState == ReconnectState::RunAgain) _reconnectState = ReconnectState::Running;
-    _wait.set();
+    _reconnectThread->wake();
 }
 
 bool ServiceHandler::joinReconnectThread() {
-    wakeReconnectThread();
-    {
-        StateLock lock(_mutexReconnect);
-        if (_reconnectJoined) return true;
-    }
-    // Poco's own timed join is of no use here: once a thread object was joined, it no longer waits.
-    if (!_reconnectEnded.tryWait(JOIN_MS)) return false;
-    StateLock lock(_mutexReconnect);
-    _reconnectThreadObject.join();
-    _reconnectJoined = true;
-    return true;
+    return _reconnectThread->join(JOIN_MS);
 }
 
 void ServiceHandler::endReconnectThread() {
-    _reconnectStopped = true;
+    _reconnectThread->stopForGood();
     while (!stopReconnectThread()) {
-        // The thread is in a connection attempt, which its own time-out ends.
+        // The thread is in the sink.
     }
-}
-
-// The thread's last decision: to end, or to go on since a loss was noticed while it was about to end.
-bool ServiceHandler::mayRunAgain() {
-    StateLock lock(_mutexReconnect);
-    const bool again = _reconnectState == ReconnectState::RunAgain && !_isSocketConnected &&
-                       isReconnectPossible() && !_reconnectStopped && !Disposing();
-    _reconnectState = again ? ReconnectState::Running : ReconnectState::Idle;
-    return again;
 }
 
 // --- the reconnect thread's body ---
 
 void ServiceHandler::run() {
+    const ReconnectThread::Run run(*_reconnectThread);
     do {
         try {
-            retryUntilConnected();
+            const auto [count, delayMs] = run.retries();
+            retryUntilConnected(count, delayMs);
         } catch (const Poco::Exception& e) {
             ZOL_LOG_ERROR("ServiceHandler::start - exception: " << e.displayText());
         } catch (const std::exception& e) {
@@ -299,24 +289,22 @@ void ServiceHandler::run() {
         } catch (...) {
             // Nothing may leave the thread.
         }
-    } while (mayRunAgain());
-    _reconnectEnded.set();
+    } while (run.again([this] { return !_isSocketConnected && isReconnectPossible() && !Disposing(); }));
 }
 
-void ServiceHandler::retryUntilConnected() {
+void ServiceHandler::retryUntilConnected(uint8_t count, uint32_t baseDelayMs) {
     Poco::Random random(RANDOM_STATE_SIZE);
     random.seed(seedFromClock());
-    int attemptsLeft = _countConnectServiceRetry;
-    long delayMs = static_cast<long>(_delayConnectServiceRetry);
+    int attemptsLeft = count;
+    long delayMs = static_cast<long>(baseDelayMs);
     uint64_t own = 0;
     while (!Disposing()) {
         if (attemptsLeft == 0) {
             if (!waitForNextSeries(delayMs)) return;
-            attemptsLeft = _countConnectServiceRetry + 1;  // one more than the first series: intended
+            attemptsLeft = count + 1;  // one more than the first series: intended
             continue;
         }
-        delayMs =
-            static_cast<long>(_delayConnectServiceRetry) + static_cast<long>(random.next(DELAY_SPREAD_MS));
+        delayMs = static_cast<long>(baseDelayMs) + static_cast<long>(random.next(DELAY_SPREAD_MS));
         if (_wait.tryWait(delayMs)) return;
         if (!isReconnectPossible()) {
             ZOL_LOG_INFO("run: won't try reconnect since service is not registered at SR");
@@ -336,9 +324,21 @@ bool ServiceHandler::reconnectUnlessConnected(uint64_t& own) {
     Connection_t current = connection();
     const bool connected = _isSocketConnected && current.worker && !current.worker->closeReported();
     if (connected && current.generation != own) return true;
-    if (!reconnectServiceSocket()) return false;
+    if (!attemptReconnect()) return false;
     own = connection().generation;
     return true;
+}
+
+// @return false, too, when the system has no descriptor left
+bool ServiceHandler::attemptReconnect() {
+    try {
+        const ReconnectThread::Attempt attempt(*_reconnectThread);
+        const ConnectBudget budget(THREADS_ATTEMPT, ConnectBudget::Names::MayBeLookedUp,
+                                   attempt.cancellation());
+        return reconnectServiceSocket();
+    } catch (const Poco::SystemException&) {
+        return false;
+    }
 }
 
 // @return false when the thread was asked to stop

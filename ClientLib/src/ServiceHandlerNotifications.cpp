@@ -19,6 +19,7 @@
 #include "NotificationText.h"
 #include "NotifyEach.h"
 #include "ParsedPayload.h"
+#include "SubscriptionBook.h"
 #include "UpdateClone.h"
 
 namespace Nubo::Client {
@@ -135,45 +136,36 @@ void ServiceHandler::handleServiceUpdates(const Object& notification) {
 
 void ServiceHandler::handleNotification(const Object::Ptr& data, const std::string& event,
                                         const std::string& type) {
-    // The maps are keyed by normalised URIs, which a service need not echo; one that is a key is normalised.
-    auto resource = _resources.find(event);
-    const std::string subscrUri = resource != _resources.end() ? event : normalizeUrl(event);
-    if (resource == _resources.end()) resource = _resources.find(subscrUri);
-    if (resource == _resources.end()) {
-        handleOwnNotification(data, event, subscrUri.substr(0, subscrUri.find('#')));
+    // The book knows normalised URIs, which a service need not echo; one that it knows is normalised.
+    const auto* resource = _book->findByEvent(event);
+    const std::string subscrUri = resource != nullptr ? event : normalizeUrl(event);
+    if (resource == nullptr) resource = _book->findByEvent(subscrUri);
+    if (resource == nullptr) {
+        handleOtherEvent(data, event, subscrUri.substr(0, subscrUri.find('#')));
         return;
     }
-    updateClone(resource->second.value->second.Value, data);
+    updateClone(resource->value->second.Value, data);
     ServiceHandlerNotificationData_t notification{this, event, data, "", type};
-    notifySubscribers(*resource->second.subscribers, notification);
+    SubscriptionBook::Round round(*_book, *resource);
+    while (const std::string* virtualUri = round.next()) notifySubscriber(notification, *virtualUri);
 }
 
-// One that this handler posted to itself, for a new subscriber. What the service has sent since is newer.
-void ServiceHandler::handleOwnNotification(const Object::Ptr& data, const std::string& event,
-                                           const std::string& realUri) {
+// Not one that was subscribed at the service: posted by this handler for a new subscriber, of a subscriber
+// who has left meanwhile, or one that nobody ever subscribed to.
+void ServiceHandler::handleOtherEvent(const Object::Ptr& data, const std::string& event,
+                                      const std::string& realUri) {
     Object::Ptr newest = data;
-    const auto found = _subscrUriValueMap.find(realUri);
-    if (found != _subscrUriValueMap.end()) {
-        SubscriptionUriValue_t& resource = found->second;
-        if (resource.Value && isSubscribed(resource.subscrUri, event)) {
-            newest = Nubo::Util::JSONTools::cloneJsonObject(resource.Value);
-            newest->set(WebSocketRequestObject::FIELD_EVENT, event);
-        } else {
-            updateClone(resource.Value, data);  // the service's own, with an event that nobody subscribed to
-        }
+    const auto* own = _book->findBySubscriber(event);
+    if (own != nullptr && own->value->second.Value) {
+        newest = Nubo::Util::JSONTools::cloneJsonObject(own->value->second.Value);  // or newer, by now
+        newest->set(WebSocketRequestObject::FIELD_EVENT, event);
+    } else if (_book->wasRemoved(event)) {
+        return;
+    } else if (const auto* resource = _book->findByRealUri(realUri)) {
+        updateClone(resource->value->second.Value, data);
     }
     ServiceHandlerNotificationData_t notification{this, event, newest, "", typeOf(*newest)};
     notifySubscriber(notification, event);
-}
-
-// Copies: a subscriber may subscribe and unsubscribe meanwhile; one that has left hears no more.
-void ServiceHandler::notifySubscribers(const SubscripersMapType::value_type& resource,
-                                       ServiceHandlerNotificationData_t& data) {
-    const auto [subscrUri, subscribers] = resource;
-    const uint64_t removals = _removals;
-    for (const std::string& virtualUri : subscribers) {
-        if (removals == _removals || isSubscribed(subscrUri, virtualUri)) notifySubscriber(data, virtualUri);
-    }
 }
 
 // What one subscriber throws must not keep the notification from the next.

@@ -9,9 +9,8 @@
 #include <Poco/Exception.h>
 #include <Poco/URI.h>
 
-#include <algorithm>
-
 #include "EventFragment.h"
+#include "SubscriptionBook.h"
 
 namespace Nubo::Client {
 
@@ -82,19 +81,13 @@ std::string ServiceHandler::addSubscription(const std::string& uri, const std::s
         checkExpansionLevel(realUri);
         const std::string candidate =
             realUri + "#" + encoded(getUniqueId() + "-" + _serviceName + (tag.empty() ? "" : "-" + tag), "");
-        const auto resource = _subscrUriValueMap.find(realUri);
-        const bool first = resource == _subscrUriValueMap.end();
-        if (first) {
-            ZOL_LOG_INFO("ServiceHandler::addSubscription: subscriptionUri (virtual)=" << candidate);
-            addResource(realUri, {candidate, nullptr, autosubscribe});
-            virtualUri = candidate;
-        } else {
-            addSubscriber(resource->second, candidate);
-            virtualUri = candidate;
-            serveCurrentData(resource->second, candidate);
-        }
+        const bool first = _book->findByRealUri(realUri) == nullptr;
+        if (first) ZOL_LOG_INFO("ServiceHandler::addSubscription: subscriptionUri (virtual)=" << candidate);
+        auto& resource = _book->add(realUri, candidate, autosubscribe);
+        virtualUri = candidate;
+        if (!first) serveCurrentData(resource.value->second, virtualUri);
         countSubscription(virtualUri, tag);
-        if (first) subscribeAtService(_subscrUriValueMap[realUri]);
+        if (first) resource.sentOn = subscribeAtService(resource.value->second);
     } catch (const Poco::Exception& e) {
         ZOL_LOG_ERROR("ServiceHandler::addSubscription - exception: " << e.displayText());
     }
@@ -108,21 +101,6 @@ void ServiceHandler::checkExpansionLevel(const std::string& realUri) {
     const bool isElement = UrlPath(uri).getCharacteristic() == UrlPath::SERVICE_RESOURCE_ELEMENT;
     if (level == 0 || (level <= MAX_EXPANSION_LEVEL && isElement)) return;
     ZOL_LOG_ERROR("ServiceHandler::addSubscription: expansion level not valid for URI " << realUri);
-}
-
-void ServiceHandler::addResource(const std::string& realUri, const SubscriptionUriValue_t& resource) {
-    const auto value = _subscrUriValueMap.insert_or_assign(realUri, resource).first;
-    const auto subscribers =
-        _subscrMapSubscribers.insert_or_assign(resource.subscrUri, std::list{resource.subscrUri}).first;
-    _resources[subscribers->first] = {subscribers, value};
-}
-
-void ServiceHandler::addSubscriber(const SubscriptionUriValue_t& resource, const std::string& virtualUri) {
-    const auto subscribers = _subscrMapSubscribers.find(resource.subscrUri);
-    if (subscribers == _subscrMapSubscribers.end()) {
-        throw Poco::NotFoundException("no subscribers of", resource.subscrUri);
-    }
-    subscribers->second.push_back(virtualUri);
 }
 
 // A further subscriber does not wait for the next change: the last message is posted to it.
@@ -149,42 +127,30 @@ void ServiceHandler::countSubscription(const std::string& virtualUri, const std:
 void ServiceHandler::removeSubscription(const std::string& virtualUri) {
     try {
         const std::string uri = normalizeUrl(virtualUri);
-        const auto resource = _subscrUriValueMap.find(withoutFragment(uri));
-        const bool known = resource != _subscrUriValueMap.end();
-        const std::string firstSubscrUri = known ? resource->second.subscrUri : std::string();
+        const auto* resource = _book->findByRealUri(withoutFragment(uri));
+        const SubscriptionUriValue_t value =
+            resource != nullptr ? resource->value->second : SubscriptionUriValue_t{};
         ZOL_LOG_INFO("ServiceHandler::removeSubscription: uri=" << uri
-                                                                << ", firstSubscrUri=" << firstSubscrUri);
-        if (!isSubscribed(firstSubscrUri, uri)) {
+                                                                << ", firstSubscrUri=" << value.subscrUri);
+        if (_book->findBySubscriber(uri) == nullptr) {
             ZOL_LOG_ERROR(
                 "ServiceHandler::removeSubscription - cannot remove subscription, not found: " << uri);
             return;
         }
-        std::list<std::string>& subscribers = _subscrMapSubscribers.at(firstSubscrUri);
-        subscribers.remove(uri);
-        ++_removals;
+        const std::size_t left = resource->subscribers->second.size() - 1;
+        _book->remove(uri);
         ZOL_LOG_INFO("ServiceHandler::removeSubscription: subscriptionUri (virtual)="
-                     << uri << ", subscribers left:" << subscribers.size());
-        if (subscribers.empty()) unsubscribeAtService(resource);
+                     << uri << ", subscribers left:" << left);
+        if (left == 0) unsubscribeAtService(value);
         countRemoval(uri);
     } catch (const Poco::Exception& e) {
         ZOL_LOG_ERROR("ServiceHandler::removeSubscription - exception: " << e.displayText());
     }
 }
 
-bool ServiceHandler::isSubscribed(const std::string& subscrUri, const std::string& virtualUri) const {
-    const auto found = _subscrMapSubscribers.find(subscrUri);
-    if (found == _subscrMapSubscribers.end()) return false;
-    return std::find(found->second.begin(), found->second.end(), virtualUri) != found->second.end();
-}
-
-void ServiceHandler::unsubscribeAtService(SubscrUriValueMapType::iterator resource) {
-    const std::string subscrUri = resource->second.subscrUri;
-    *this << subscriptionRequest(WebSocketRequestObject::TYPE_UNSUBSCRIBE, subscrUri,
-                                 resource->second.autosubscribe);
-    _subscribedUris.erase(subscrUri);
-    _resources.erase(subscrUri);  // before the key that it looks at
-    _subscrMapSubscribers.erase(subscrUri);
-    _subscrUriValueMap.erase(resource);
+void ServiceHandler::unsubscribeAtService(const SubscriptionUriValue_t& resource) {
+    *this << subscriptionRequest(WebSocketRequestObject::TYPE_UNSUBSCRIBE, resource.subscrUri,
+                                 resource.autosubscribe);
 }
 
 void ServiceHandler::countRemoval(const std::string& virtualUri) {
@@ -229,22 +195,18 @@ uint64_t ServiceHandler::sendToService(const WebSocketRequestObject& request) {
     }
 }
 
-void ServiceHandler::subscribeAtService(const SubscriptionUriValue_t& resource) {
-    const uint64_t generation = sendToService(subscriptionRequest(
-        WebSocketRequestObject::TYPE_SUBSCRIBE, resource.subscrUri, resource.autosubscribe));
-    if (generation == 0) return;  // sent when there is a connection
-    if (generation != _subscribedGeneration) _subscribedUris.clear();
-    _subscribedGeneration = generation;
-    _subscribedUris.insert(resource.subscrUri);
+// @return the number of the connection on which the subscription was sent, 0 for none: it is sent when there
+// is one
+uint64_t ServiceHandler::subscribeAtService(const SubscriptionUriValue_t& resource) {
+    return sendToService(subscriptionRequest(WebSocketRequestObject::TYPE_SUBSCRIBE, resource.subscrUri,
+                                             resource.autosubscribe));
 }
 
 // A new connection knows none of the subscriptions: each live one is sent on it, once. The service's answers
 // then bring every subscriber up to date, without the application's help.
 void ServiceHandler::resubscribeAll() {
-    if (connection().generation != _subscribedGeneration) _subscribedUris.clear();
-    for (const auto& resource : _subscrUriValueMap) {
-        if (_subscribedUris.count(resource.second.subscrUri) == 0) subscribeAtService(resource.second);
-    }
+    for (auto* resource : _book->notSentOn(connection().generation))
+        resource->sentOn = subscribeAtService(resource->value->second);
 }
 
 }  // namespace Nubo::Client

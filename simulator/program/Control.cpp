@@ -1,5 +1,6 @@
 #include "Control.h"
 
+#include <Logging/Escaped.h>
 #include <Poco/JSON/Array.h>
 #include <Poco/JSON/Object.h>
 #include <Poco/Net/HTTPRequestHandler.h>
@@ -11,6 +12,7 @@
 #include <Poco/URI.h>
 
 #include <cerrno>
+#include <sstream>
 
 #include "Actions.h"
 
@@ -108,7 +110,9 @@ public:
             refuse(response, answer, HTTPResponse::HTTP_INTERNAL_SERVER_ERROR, exception.displayText());
         }
         response.setContentType("application/json; charset=utf-8");
-        answer.stringify(response.send(), 2);
+        std::ostringstream json;
+        answer.stringify(json, 2);
+        response.send() << Logging::escapedJson(json.str());
     }
 
 private:

@@ -1,5 +1,6 @@
 #include "Printer.h"
 
+#include <Logging/Escaped.h>
 #include <Poco/DateTimeFormatter.h>
 #include <Poco/JSON/Object.h>
 #include <Poco/LocalDateTime.h>
@@ -24,7 +25,7 @@ std::string asText(const Happening_t& happening) {
          << std::setw(NAME_WIDTH) << happening.endpoint << " " << std::setw(WHAT_WIDTH) << happening.what;
     if (happening.socket != 0) line << " #" << happening.socket;
     if (!happening.text.empty()) line << " " << happening.text;
-    return line.str();
+    return Logging::escaped(line.str());
 }
 
 std::string asJson(const Happening_t& happening) {
@@ -36,7 +37,7 @@ std::string asJson(const Happening_t& happening) {
     if (!happening.text.empty()) object.set("text", happening.text);
     std::ostringstream line;
     object.stringify(line);
-    return line.str();
+    return Logging::escapedJson(line.str());
 }
 
 }  // namespace

@@ -7,7 +7,8 @@
 
 namespace ZolPlatform {
 
-/// Prints what happens on stdout, one line each. Locks itself.
+/// Prints what happens on stdout, one line each, with what peers sent escaped (<Logging/Escaped.h>). Locks
+/// itself.
 class Printer {
 public:
     enum class Style {

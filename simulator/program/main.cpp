@@ -1,4 +1,5 @@
 // zol-platform: the simulated platform as a program.
+#include <Logging/Escaped.h>
 #include <Poco/File.h>
 #include <Poco/FileStream.h>
 #include <Poco/StreamCopier.h>
@@ -74,6 +75,11 @@ void runUntilStopped(Platform& platform, Schedule& schedule, Signals& signals) {
     }
 }
 
+/// The text may quote a description.
+void complain(const std::string& text) {
+    std::cerr << "zol-platform: " << Logging::escaped(text) << std::endl;
+}
+
 class Program : public Poco::Util::Application {
 protected:
     void defineOptions(Poco::Util::OptionSet& options) override {
@@ -104,9 +110,9 @@ protected:
             simulate();
             return DONE;
         } catch (const Poco::Exception& exception) {
-            std::cerr << "zol-platform: " << exception.displayText() << std::endl;
+            complain(exception.displayText());
         } catch (const std::exception& exception) {
-            std::cerr << "zol-platform: " << exception.what() << std::endl;
+            complain(exception.what());
         }
         return UNABLE;
     }
@@ -175,7 +181,7 @@ int main(int argc, char** argv) {
     try {
         program.init(argc, argv);
     } catch (const Poco::Exception& exception) {
-        std::cerr << "zol-platform: " << exception.displayText() << " (zol-platform --help)" << std::endl;
+        ZolPlatform::complain(exception.displayText() + " (zol-platform --help)");
         return ZolPlatform::UNABLE;
     }
     return program.run();

@@ -1,11 +1,14 @@
 #include "Output.h"
 
+#include <Logging/Escaped.h>
 #include <Poco/JSON/Stringifier.h>
+#include <Poco/String.h>
 #include <unistd.h>
 
 #include <algorithm>
 #include <cstdlib>
 #include <iostream>
+#include <iterator>
 #include <sstream>
 
 #include "Command.h"
@@ -27,10 +30,28 @@ bool showsColours() {
     return onTerminal() && (refused == nullptr || *refused == '\0');
 }
 
+/// `text` in a colour, if stdout shows colours.
+std::string coloured(const std::string& text, Colour colour) {
+    if (!showsColours()) return text;
+    return "\033[" + std::to_string(static_cast<int>(colour)) + "m" + text + "\033[0m";
+}
+
+/// A line on stdout, flushed.
+void line(const std::string& text) {
+    std::cout << text << std::endl;
+}
+
+// POCO escapes the control characters of ASCII, no others.
 std::string toText(const Poco::Dynamic::Var& value, unsigned indent) {
     std::ostringstream text;
     Poco::JSON::Stringifier::stringify(value, text, indent);
-    return text.str();
+    return Logging::escapedJson(text.str());
+}
+
+Row escaped(const Row& cells) {
+    Row made;
+    for (const auto& cell : cells) made.push_back(Poco::replace(Logging::escaped(cell), "\t", "\\t"));
+    return made;
 }
 
 std::vector<std::size_t> widths(const std::vector<Row>& rows) {
@@ -56,15 +77,6 @@ std::string withTabs(const Row& row) {
 
 }  // namespace
 
-std::string coloured(const std::string& text, Colour colour) {
-    if (!showsColours()) return text;
-    return "\033[" + std::to_string(static_cast<int>(colour)) + "m" + text + "\033[0m";
-}
-
-void line(const std::string& text) {
-    std::cout << text << std::endl;
-}
-
 void json(const Poco::Dynamic::Var& value) {
     line(toText(value, onTerminal() ? INDENT : 0));
 }
@@ -73,16 +85,19 @@ void jsonLine(const Poco::Dynamic::Var& value) {
     line(toText(value, 0));
 }
 
+void row(Colour colour, const Row& cells) {
+    Row shown = escaped(cells);
+    shown.front() = coloured(shown.front(), colour);
+    line(withTabs(shown));
+}
+
 void table(const Row& header, const std::vector<Row>& rows) {
-    if (!onTerminal()) {
-        for (const auto& row : rows) line(withTabs(row));
-        return;
-    }
-    std::vector<Row> all = rows;
-    all.insert(all.begin(), header);
+    std::vector<Row> all{header};
+    std::transform(rows.begin(), rows.end(), std::back_inserter(all), escaped);
     const auto columns = widths(all);
-    line(coloured(inColumns(header, columns), Colour::Bold));
-    for (const auto& row : rows) line(inColumns(row, columns));
+    if (onTerminal()) line(coloured(inColumns(header, columns), Colour::Bold));
+    for (auto shown = all.begin() + 1; shown != all.end(); ++shown)
+        line(onTerminal() ? inColumns(*shown, columns) : withTabs(*shown));
 }
 
 void checkReader() {
@@ -90,7 +105,7 @@ void checkReader() {
 }
 
 void notice(const std::string& text) {
-    std::cerr << "zolctl: " << text << std::endl;
+    std::cerr << "zolctl: " << Logging::escaped(text) << std::endl;
 }
 
 }  // namespace ZolCtl::Output

@@ -25,10 +25,8 @@
 #include <cstdint>
 #include <list>
 #include <map>
-#include <set>
+#include <memory>
 #include <string>
-#include <string_view>
-#include <unordered_map>
 #include <vector>
 
 namespace Poco {
@@ -38,6 +36,9 @@ class URI;
 namespace Nubo::Client {
 
 class IClientLibInterface;
+class LossRate;
+class ReconnectThread;
+class SubscriptionBook;
 struct ParsedText_t;
 
 /// The library's representative of one micro service: it follows the service's registration, keeps the
@@ -144,6 +145,7 @@ public:
     virtual std::string addSubscription(const std::string& uri, const std::string& tag, bool autosubscribe);
 
     /// Undoes one addSubscription(); the service is told when the last subscriber of the resource has left.
+    /// The subscriber hears nothing more, also of what has been received or posted before.
     /// @param virtualUri what addSubscription() returned. Unknown: an Error line, nothing changes.
     virtual void removeSubscription(const std::string& virtualUri);
 
@@ -237,7 +239,6 @@ private:
         WebSocketRequestHandler::Ptr worker;
         uint64_t generation;
     };
-    enum class ReconnectState { Idle, Running, RunAgain };
 
     // registry (ServiceHandler.cpp)
     void attachToRegistry(WebSocketRequestHandler::Ptr registry);
@@ -251,18 +252,20 @@ private:
 
     // connection (ServiceHandlerConnection.cpp)
     void ServiceAvailabilityChanged(bool available);
-    bool mayRebuildAtOnce();
+    void react(bool available);
+    bool noteLoss();
+    bool connectAtOnce();
     void tearDownConnection();
     void announceAvailability();
     void checkReconnected();
     bool reconnectServiceSocket();
     bool reconnectUnlessConnected(uint64_t& own);
+    bool attemptReconnect();
     bool connectToService();
     void startReconnectThread();
     bool joinReconnectThread();
-    bool mayRunAgain();
     bool isReconnectPossible() const;
-    void retryUntilConnected();
+    void retryUntilConnected(uint8_t count, uint32_t baseDelayMs);
     bool waitForNextSeries(long delayMs);
     bool postOpened();
     bool shutdownWebSocket();
@@ -272,32 +275,23 @@ private:
 
     // subscriptions (ServiceHandlerSubscriptions.cpp)
     void checkExpansionLevel(const std::string& realUri);
-    void addResource(const std::string& realUri, const SubscriptionUriValue_t& resource);
-    void addSubscriber(const SubscriptionUriValue_t& resource, const std::string& virtualUri);
     void serveCurrentData(const SubscriptionUriValue_t& resource, const std::string& virtualUri);
     void countSubscription(const std::string& virtualUri, const std::string& tag);
     void countRemoval(const std::string& virtualUri);
-    void subscribeAtService(const SubscriptionUriValue_t& resource);
+    uint64_t subscribeAtService(const SubscriptionUriValue_t& resource);
+    void unsubscribeAtService(const SubscriptionUriValue_t& resource);
     void resubscribeAll();
-    void unsubscribeAtService(SubscrUriValueMapType::iterator resource);
     uint64_t sendToService(const Nubo::Command::WebSocketRequestObject& request);
 
     // notifications (ServiceHandlerNotifications.cpp)
-    struct Resource_t {
-        SubscripersMapType::iterator subscribers;
-        SubscrUriValueMapType::iterator value;
-    };
     bool concerns(const std::vector<ParsedText_t>& texts) const;
     void postNotifications(const std::vector<ParsedText_t>& texts);
     void handleServiceUpdates(const Poco::JSON::Object& notification);
     void handleNotification(const Poco::JSON::Object::Ptr& data, const std::string& event,
                             const std::string& type);
-    void handleOwnNotification(const Poco::JSON::Object::Ptr& data, const std::string& event,
-                               const std::string& realUri);
-    void notifySubscribers(const SubscripersMapType::value_type& resource,
-                           ServiceHandlerNotificationData_t& data);
+    void handleOtherEvent(const Poco::JSON::Object::Ptr& data, const std::string& event,
+                          const std::string& realUri);
     void notifySubscriber(ServiceHandlerNotificationData_t& data, const std::string& virtualUri);
-    bool isSubscribed(const std::string& subscrUri, const std::string& virtualUri) const;
 
     IClientLibInterface* const _clientLibInterface;
     IMessageSyncInterface* const _messageSyncInterface;
@@ -313,11 +307,8 @@ private:
     Poco::Mutex _socketMutex;  // serialises connecting and tearing down; held across a connection attempt
     std::atomic<bool> _lastServiceAvailableValue;
     static SubscCounterMapType _subscrCounter;  // guarded by _mutexSubscriptioncounter
-    SubscripersMapType _subscrMapSubscribers;   // caller's thread only
-    SubscrUriValueMapType _subscrUriValueMap;   // caller's thread only
-    // Where a resource stands in both maps, by its key in the first of them, which this key looks at: with
-    // 10,000 resources a look-up in an ordered map costs a microsecond. Caller's thread only.
-    std::unordered_map<std::string_view, Resource_t> _resources;
+    SubscripersMapType _subscrMapSubscribers;   // kept by _book
+    SubscrUriValueMapType _subscrUriValueMap;   // kept by _book
     static Poco::Mutex _mutexSubscriptioncounter;
     static uint16_t _subscriptioncounter;     // guarded by _mutexSubscriptioncounter
     bool _serviceAvailabilityChangedEntered;  // caller's thread only
@@ -334,22 +325,15 @@ private:
     // The worker on which start() put this handler's delegates: they come off that one, whichever is current.
     WebSocketRequestHandler::Ptr _attachedRegistry;  // caller's thread only
 
-    // The connection last announced, and which subscriptions were already sent on which connection, so that
-    // each is sent once. Caller's thread only.
+    // The connection last announced. Caller's thread only.
     uint64_t _announcedGeneration = 0;
     std::chrono::steady_clock::time_point _announcedAt;
-    int _shortLivedConnections = 0;  // in a row, which were lost soon after they were announced
-    uint64_t _subscribedGeneration = 0;
-    std::set<std::string> _subscribedUris;
-    uint64_t _removals = 0;  // counts removed subscribers, so that a running round notices them
 
-    // Leaf. A Poco::Thread says nothing reliable about a second run, so the state of the reconnect thread is
-    // kept here; its last decision, to end or to go on, is taken under this lock.
-    Nubo::Util::Mutex _mutexReconnect;
-    ReconnectState _reconnectState ZOL_GUARDED_BY(_mutexReconnect) = ReconnectState::Idle;
-    bool _reconnectJoined ZOL_GUARDED_BY(_mutexReconnect) = true;
-    Poco::Event _reconnectEnded{Poco::Event::EVENT_MANUALRESET};
-    std::atomic<bool> _reconnectStopped{false};
+    // Last: they work on members above.
+    const std::unique_ptr<LossRate> _lossRate;                // caller's thread only
+    const std::unique_ptr<ReconnectThread> _reconnectThread;  // locks itself
+    // Who subscribes to what: the index over the two maps above. Caller's thread only.
+    const std::unique_ptr<SubscriptionBook> _book;
 };
 
 }  // namespace Nubo::Client

@@ -1,23 +1,10 @@
+#include <Logging/Escaped.h>
 #include <Logging/LogStream.h>
 
 #include <locale>
 #include <utility>
 
 namespace Logging {
-namespace {
-
-/// `text` with each line end written as two characters.
-std::string onOneLine(std::string text) {
-    std::string::size_type at = text.find_first_of("\n\r");
-    while (at != std::string::npos) {
-        text.replace(at, 1, text[at] == '\n' ? "\\n" : "\\r");
-        at = text.find_first_of("\n\r", at + 2);
-    }
-    return text;
-}
-
-}  // namespace
-
 LogStream::LineBuffer::LineBuffer(const Poco::LogStreamBuf& target) : _target(target) {}
 
 void LogStream::LineBuffer::setPosition(const char* file, int line) {
@@ -38,7 +25,7 @@ std::streamsize LogStream::LineBuffer::xsputn(const char* text, std::streamsize 
 int LogStream::LineBuffer::sync() {
     if (_text.empty() || _text.back() != '\n') return 0;
     _text.pop_back();
-    const std::string line = onOneLine(std::exchange(_text, std::string()));
+    const std::string line = escaped(std::exchange(_text, std::string()));
     Poco::Logger& logger = _target.logger();
     logger.log(Poco::Message(logger.name(), line, _target.getPriority(), _file, _line));
     return 0;

@@ -62,8 +62,7 @@ void showAll() {
 }
 
 void showChange(const std::string& what, Output::Colour colour, const Records::value_type& record) {
-    Output::line(Output::coloured(what, colour) + "\t" + record.first + "\t" + record.second.first + "\t" +
-                 record.second.second);
+    Output::row(colour, {what, record.first, record.second.first, record.second.second});
 }
 
 /// Subscribes to the whole of the registry's list. The library's own handler of the registry asks for single

@@ -46,17 +46,17 @@ private:
 
 }  // namespace Logging
 
-/// As ZOL_LOG_ERROR(items) and ZOL_LOG_WARNING(items), within `limit`, a LineLimit. The items of a line that is
-/// left out are not evaluated.
+/// As ZOL_LOG_ERROR(items) and ZOL_LOG_WARNING(items), within `limit`, a LineLimit. The items of a line that
+/// is left out are not evaluated.
 #define ZOL_LOG_ERROR_LIMITED(limit, ...) \
     ZOL_LOG_LINE_LIMITED(limit, ::Poco::Message::PRIO_ERROR, ZOL_LOG_ERROR, __VA_ARGS__)
 #define ZOL_LOG_WARNING_LIMITED(limit, ...) \
     ZOL_LOG_LINE_LIMITED(limit, ::Poco::Message::PRIO_WARNING, ZOL_LOG_WARNING, __VA_ARGS__)
 
 /// What the two above have in common; not for use elsewhere.
-#define ZOL_LOG_LINE_LIMITED(limit, logPriority, writeLine, ...)  \
-    do {                                                          \
-        if ((limit).admit(logPriority)) writeLine(__VA_ARGS__);   \
+#define ZOL_LOG_LINE_LIMITED(limit, logPriority, writeLine, ...) \
+    do {                                                         \
+        if ((limit).admit(logPriority)) writeLine(__VA_ARGS__);  \
     } while (false)
 
 #endif

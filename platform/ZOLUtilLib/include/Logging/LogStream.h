@@ -12,9 +12,10 @@
 namespace Logging {
 
 /// A stream whose finished lines become messages of a POCO logger. What std::endl (a line end with a flush)
-/// ends is one Poco::Message, an empty line too; its text is exactly what was written before. Line ends
-/// inside that text are written as the two characters `\n` (or `\r`), so that a value cannot forge a line
-/// of its own. Text that no std::endl follows is never emitted. Numbers are written as in the "C" locale.
+/// ends is one Poco::Message, an empty line too; its text is exactly what was written before, except that
+/// line ends inside it, other control characters and invalid UTF-8 are escaped (see <Logging/Escaped.h>), so
+/// that a value can neither forge a line nor drive a terminal. Text that no std::endl follows is never
+/// emitted. Numbers are written as in the "C" locale.
 ///
 /// A stream is used on one thread at a time, as a rule as a local object or a temporary. Writing does not
 /// throw; a channel that throws costs its message and leaves the stream bad. It blocks as long as the

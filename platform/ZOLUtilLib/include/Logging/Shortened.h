@@ -36,7 +36,9 @@ private:
     const std::string_view _text;
 };
 
-inline Shortened shortened(std::string_view text) { return Shortened(text); }
+inline Shortened shortened(std::string_view text) {
+    return Shortened(text);
+}
 
 }  // namespace Logging
 
