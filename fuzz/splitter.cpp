@@ -1,10 +1,12 @@
 // The splitter of JSON objects: the objects that a plain scan finds, byte for byte, each of which is whole.
 // Input: the block.
 
+#include <Nubo/Net/TransportLimits.h>
 #include <Nubo/Net/WebSocketProxy.h>
 #include <Nubo/Net/WebsocketDataObjectSplitter.h>
 #include <Poco/Delegate.h>
 
+#include <exception>
 #include <string>
 #include <vector>
 
@@ -14,6 +16,7 @@
 using Nubo::Net::WebsocketDataEventPayload;
 using Nubo::Net::WebsocketDataObjectSplitter;
 using Texts = std::vector<std::string>;
+constexpr std::size_t MAX_OBJECTS = Nubo::Net::TransportLimits::MAX_OBJECTS;
 
 namespace {
 
@@ -48,18 +51,26 @@ Texts split(const std::string& text) {
 
 struct Receiver {
     Texts objects;
+    std::size_t drops = 0;
     void onObject(const WebsocketDataEventPayload& object) { objects.push_back(object.data); }
+    void onDropped(const WebsocketDataEventPayload&) { ++drops; }
 };
 
-Texts raised(const std::string& text) {
+/// What is raised, which is all there is, up to the limit.
+Receiver raised(const std::string& text) {
     static Nubo::Net::WebSocketProxy proxy(nullptr, nullptr);
     WebsocketDataObjectSplitter splitter;
     Receiver receiver;
     splitter.ObjectAvailable += Poco::delegate(&receiver, &Receiver::onObject);
+    splitter.IncompleteDropped += Poco::delegate(&receiver, &Receiver::onDropped);
     WebsocketDataEventPayload block(proxy);
     block.data = text;
-    splitter.onDataBlockAvailable(block);
-    return receiver.objects;
+    try {
+        splitter.onDataBlockAvailable(block);
+    } catch (const std::exception&) {
+        require(receiver.objects.size() == MAX_OBJECTS, "a block is refused when the limit is passed");
+    }
+    return receiver;
 }
 
 }  // namespace
@@ -72,7 +83,11 @@ int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
     require(objects == scanned(text, rest), "the objects are those that a plain scan finds");
     require(log.lines().size() == (rest.empty() ? 0 : 1),
             "a rest that never closes is one line, nothing else is");
-    require(objects == raised(text), "what is raised is what is returned");
+    const Receiver receiver = raised(text);
+    if (objects.size() <= MAX_OBJECTS) {
+        require(objects == receiver.objects, "what is raised is what is returned");
+        require(receiver.drops == log.lines().size(), "a rest is told either way");
+    }
     std::string together;
     for (const std::string& object : objects) {
         require(split(object) == Texts{object}, "an object is whole");

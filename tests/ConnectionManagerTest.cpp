@@ -6,6 +6,7 @@
 #include <Nubo/Net/UpgradeSession.h>
 #include <Nubo/Net/WebSocketSender.h>
 #include <Nubo/Net/WebsocketConnectionManager.h>
+#include <Nubo/Net/WebsocketDataObjectSplitter.h>
 #include <Poco/Delegate.h>
 #include <Poco/Net/HTTPRequest.h>
 #include <Poco/Net/HTTPResponse.h>
@@ -18,6 +19,7 @@
 #include <functional>
 #include <future>
 #include <mutex>
+#include <new>
 #include <optional>
 #include <thread>
 #include <vector>
@@ -69,6 +71,8 @@ public:
     }
 
     std::function<void(const WebsocketDataEventPayload&)> onMessage;  // set before any message comes
+    std::atomic<bool> recording{true};                                // messages, that is
+    std::atomic<int> closedWithoutMemory{0};                          // so many closed events fail
 
     /// The events of one socket (all of them for null), once there are `count`.
     Log wait(std::size_t count, const SocketPtr& socket = nullptr) {
@@ -84,11 +88,14 @@ public:
 
 private:
     void onData(const WebsocketDataEventPayload& payload) {
-        add(payload, (payload.flags == 0x81 ? "text " : "binary ") + payload.data);
+        if (recording) add(payload, (payload.flags == 0x81 ? "text " : "binary ") + payload.data);
         if (onMessage) onMessage(payload);
     }
 
-    void onClosed(const WebsocketEventPayload& payload) { add(payload, "closed " + payload.Reason); }
+    void onClosed(const WebsocketEventPayload& payload) {
+        if (closedWithoutMemory-- > 0) throw std::bad_alloc();
+        add(payload, "closed " + payload.Reason);
+    }
 
     void add(const WebsocketEventPayload& payload, const std::string& line) {
         const std::lock_guard<std::mutex> lock(_mutex);
@@ -191,6 +198,7 @@ class EndedByPeer : public ConnectionManager, public testing::WithParamInterface
 
 TEST_P(EndedByPeer, OneClosedEventAfterTheLastData) {
     const Ending& ending = GetParam();
+    Link other = add();
     Link link = add();
     sync(link);
     link.peer.send(frames::text("last") + ending.stream + frames::text("ignored"));
@@ -199,17 +207,18 @@ TEST_P(EndedByPeer, OneClosedEventAfterTheLastData) {
         const SocketPeer::Frame answer = link.peer.receive();
         EXPECT_EQ(answer.first, 0x88U);
         EXPECT_EQ(answer.payload, *ending.closePayload);
-        EXPECT_TRUE(link.peer.atEnd());
+        sync(other);
+        EXPECT_FALSE(link.peer.hasEnded()) << "the server ends the stream first";
     }
     if (ending.act != nullptr) (link.peer.*ending.act)();
     Log expected{"text sync", "text last", "closed " + ending.reason};
     if (!ending.closePayload) expected.insert(expected.begin() + 2, "text ignored");
-    EXPECT_EQ(recorder.wait(expected.size()), expected);
-    link.peer.close();
+    EXPECT_EQ(recorder.wait(expected.size(), link.socket), expected);
+    if (!ending.closePayload) link.peer.close();
+    MonotonicClock::advance(TransportLimits::CLOSE_LINGER);
     EXPECT_TRUE(eventually([&] { return isClosed(link.socket); }));
     manager.reset();
-    EXPECT_EQ(recorder.wait(expected.size()).size(), expected.size())
-        << "nothing comes after the closed event";
+    EXPECT_EQ(recorder.wait(0, link.socket), expected) << "nothing comes after the closed event";
 }
 
 INSTANTIATE_TEST_SUITE_P(
@@ -288,7 +297,6 @@ TEST_F(ConnectionManager, RemovedConnectionsGetACloseFrameAndNoEvent) {
     manager->removeConnection(forgotten.socket, WebsocketConnectionManager::ONLY_REMOVE_WEBSOCKET_DATA);
     for (Link* link : {&removed, &proxied}) {
         EXPECT_EQ(link->peer.receive().payload, frames::number(1000, 2));
-        EXPECT_TRUE(link->peer.atEnd());
         EXPECT_THROW(Nubo::Net::sendFrame(*link->socket, "late", WebSocket::FRAME_TEXT), Poco::Exception);
         link->peer.close();
         EXPECT_TRUE(eventually([&] { return isClosed(link->socket); }));
@@ -355,35 +363,237 @@ TEST_F(ConnectionManager, FramesOfSendersAndManagerNeverMix) {
     sending.get();
 }
 
-class StalledSend : public ConnectionManager, public testing::WithParamInterface<bool> {};
+struct Stall {
+    const char* name;
+    bool peerReads;
+    bool byDelegate;
+};
+
+class StalledSend : public ConnectionManager, public testing::WithParamInterface<Stall> {};
 
 // The peer reads nothing: no progress for five seconds. The peer reads a little: ten seconds in all.
-TEST_P(StalledSend, IsEndedByTheManager) {
-    const bool peerReads = GetParam();
+TEST_P(StalledSend, EndsTheConnection) {
+    const std::string message(8'000'000, 'x');
     std::future<void> sending;  // goes after its peer, which ends it in any case
     Link other = add();
-    Link link = add();
-    sending = std::async(std::launch::async, [socket = link.socket]() mutable {
-        Nubo::Net::sendFrame(*socket, std::string(8'000'000, 'x'), WebSocket::FRAME_TEXT);
+    Link link = connect();
+    recorder.onMessage = [&](const WebsocketDataEventPayload& payload) {
+        if (payload.data == "write") payload.webSocketProxy.write(message);
+    };
+    manager->addConnection(link.socket, 0);
+    sending = std::async(std::launch::async, [&, socket = link.socket]() mutable {
+        if (GetParam().byDelegate)
+            link.peer.send(frames::text("write"));
+        else
+            Nubo::Net::sendFrame(*socket, message, WebSocket::FRAME_TEXT);
     });
     link.peer.awaitData();
     const auto start = MonotonicClock::now();
-    while (recorder.wait(0, link.socket).empty() && MonotonicClock::now() - start < 60s) {
-        if (peerReads) link.peer.readALittle();
+    const auto closed = [&] {
+        return recorder.wait(0, link.socket).size() > (GetParam().byDelegate ? 1 : 0);
+    };
+    while (!closed() && MonotonicClock::now() - start < 60s) {
+        if (GetParam().peerReads) link.peer.readALittle();
         sending.wait_for(50ms);  // the systems' buffers fill
         MonotonicClock::advance(500ms);
         sync(other);
         sync(other);  // the turn in which the first one came is over
     }
-    EXPECT_EQ(recorder.wait(1, link.socket), Log{"closed send stalled"});
-    EXPECT_EQ(MonotonicClock::now() - start > 9s, peerReads);
+    EXPECT_EQ(recorder.wait(1, link.socket).back(), "closed send stalled");
+    EXPECT_EQ(MonotonicClock::now() - start > 9s, GetParam().peerReads);
     ASSERT_EQ(sending.wait_for(DEADLINE), std::future_status::ready);
-    EXPECT_THROW(sending.get(), Poco::TimeoutException);
+    if (GetParam().byDelegate)
+        sending.get();
+    else
+        EXPECT_THROW(sending.get(), Poco::TimeoutException);
     EXPECT_TRUE(eventually([&] { return isClosed(link.socket); }));
 }
 
-INSTANTIATE_TEST_SUITE_P(Peer, StalledSend, testing::Bool(),
-                         [](const auto& row) { return row.param ? "ReadsALittle" : "ReadsNothing"; });
+INSTANTIATE_TEST_SUITE_P(Peer, StalledSend,
+                         testing::Values(Stall{"ReadsNothing", false, false},
+                                         Stall{"ReadsALittle", true, false},
+                                         Stall{"ReadsNothingOfDelegates", false, true},
+                                         Stall{"ReadsALittleOfDelegates", true, true}),
+                         [](const auto& row) { return row.param.name; });
+
+TEST_F(ConnectionManager, ADelegateMayWaitForASenderWhosePeerDoesNotRead) {
+    std::future<void> sending;
+    Link link = add();
+    Link other = connect();
+    std::promise<bool> ended;
+    recorder.onMessage = [&](const auto&) {
+        ended.set_value(sending.wait_for(DEADLINE) == std::future_status::ready);
+    };
+    manager->addConnection(other.socket, 0);
+    sending = std::async(std::launch::async, [socket = link.socket]() mutable {
+        Nubo::Net::sendFrame(*socket, std::string(8'000'000, 'x'), WebSocket::FRAME_TEXT);
+    });
+    link.peer.awaitData();
+    other.peer.send(frames::text("wait"));
+    auto result = ended.get_future();
+    EXPECT_TRUE(eventually([&] {
+        MonotonicClock::advance(100ms);
+        return result.wait_for(1ms) == std::future_status::ready;
+    }));
+    EXPECT_TRUE(result.get());
+    EXPECT_THROW(sending.get(), Poco::TimeoutException);
+    EXPECT_EQ(recorder.wait(1, link.socket), Log{"closed send stalled"});
+}
+
+TEST_F(ConnectionManager, APongDoesNotWaitForTheDelegatesOfTheMessageBehindThePing) {
+    Link link = connect(frames::ping("now") + frames::text("slow"));
+    std::promise<void> answered;
+    std::atomic<bool> inTime{false};
+    recorder.onMessage = [&](const auto&) {
+        inTime = answered.get_future().wait_for(DEADLINE) == std::future_status::ready;
+    };
+    manager->addConnection(link.socket, 0);
+    EXPECT_EQ(link.peer.receive().payload, "now");
+    answered.set_value();
+    EXPECT_TRUE(eventually([&] { return inTime.load(); }));
+}
+
+// A message that is kept from ending: between its first byte and the rest comes `more` every twenty seconds.
+TEST_F(ConnectionManager, AMessageIsWholeInTime) {
+    Link other = add();
+    for (const auto& [first, more] : {std::pair(frames::frame(0x01, "a"), frames::frame(0x00)),
+                                      std::pair(frames::header(0x81, 100), std::string("x"))}) {
+        Link link = add(first);
+        for (int i = 0; i < 3; ++i) {
+            EXPECT_EQ(recorder.wait(0, link.socket), Log{});
+            link.peer.send(more);
+            sync(other);
+            sync(other);
+            MonotonicClock::advance(TransportLimits::MESSAGE_TOTAL / 3);
+        }
+        EXPECT_EQ(recorder.wait(1, link.socket), Log{"closed message not complete within 60000 ms"});
+        EXPECT_EQ(link.peer.receive().payload, frames::number(1008, 2));
+    }
+}
+
+TEST_F(ConnectionManager, TooManyObjectsInOneMessageCostTheConnection) {
+    struct {
+        void onObject(const WebsocketDataEventPayload&) { ++count; }
+        std::size_t count = 0;
+    } receiver;
+    Nubo::Net::WebsocketDataObjectSplitter splitter;
+    splitter.ObjectAvailable += Poco::delegate(&receiver, &decltype(receiver)::onObject);
+    manager->DataAvailable +=
+        Poco::delegate(&splitter, &Nubo::Net::WebsocketDataObjectSplitter::onDataBlockAvailable);
+    std::string objects;
+    for (std::size_t i = 0; i < TransportLimits::MAX_OBJECTS; ++i) objects += "{}";
+    Link link = add(frames::text(objects) + frames::text(objects + "{}") + frames::text("{}"));
+    EXPECT_EQ(recorder.wait(3).back(), "closed more than 16384 JSON objects in one message");
+    EXPECT_EQ(link.peer.receive().payload, frames::number(1008, 2));
+    manager.reset();
+    EXPECT_EQ(receiver.count, 2 * TransportLimits::MAX_OBJECTS);
+}
+
+TEST_F(ConnectionManager, WithoutMemoryForAMessageTheConnectionFailsAndItsEndIsReported) {
+    Link link = connect(frames::text("a") + frames::text("b"));
+    recorder.onMessage = [](const auto&) { throw std::bad_alloc(); };
+    recorder.closedWithoutMemory = 3;
+    manager->addConnection(link.socket, 0);
+    EXPECT_EQ(link.peer.receive().payload, frames::number(1011, 2));
+    link.peer.close();
+    EXPECT_EQ(recorder.wait(2), (Log{"text a", "closed internal error: std::bad_alloc"}));
+    EXPECT_TRUE(eventually([&] { return isClosed(link.socket); }));
+}
+
+/// Messages that come faster than they are delivered: `count` of them, each ending in `text`, of which so
+/// many may wait.
+struct Flood {
+    const char* name;
+    std::string text;
+    std::size_t count;
+    std::size_t mayWait;
+};
+
+class Flooded : public ConnectionManager, public testing::WithParamInterface<Flood> {
+protected:
+    void hold(const WebsocketDataEventPayload& payload) {
+        if (payload.data == "sync") return;
+        const std::lock_guard<std::mutex> lock(mutex);
+        inOrder = inOrder && payload.data == std::to_string(came) + GetParam().text;
+        ++came;
+        held.push_back(payload.receipt);
+    }
+
+    std::size_t received() {
+        const std::lock_guard<std::mutex> lock(mutex);
+        return came;
+    }
+
+    /// What has come is delivered. The last release is on this thread, without the lock.
+    void deliver() {
+        std::vector<std::shared_ptr<const void>> delivered;
+        const std::lock_guard<std::mutex> lock(mutex);
+        held.swap(delivered);
+    }
+
+    std::mutex mutex;
+    std::vector<std::shared_ptr<const void>> held;  // these three guarded by mutex
+    std::size_t came = 0;
+    bool inOrder = true;
+};
+
+TEST_P(Flooded, ReadsNoMoreThanMayWaitAndGoesOnWhenItIsDelivered) {
+    const Flood& flood = GetParam();
+    Link other = add();
+    Link link = connect();
+    recorder.recording = false;
+    recorder.onMessage = [this](const auto& payload) { hold(payload); };
+    manager->addConnection(link.socket, 5000);
+    auto sending = std::async(std::launch::async, [&] {
+        std::string some;
+        for (std::size_t i = 0; i < flood.count; ++i) {
+            some += frames::text(std::to_string(i) + flood.text);
+            if (some.size() < 65536 && i + 1 < flood.count) continue;
+            link.peer.send(some);
+            some.clear();
+        }
+    });
+    EXPECT_TRUE(eventually([&] { return received() >= flood.mayWait; }));
+    recorder.recording = true;
+    for (int i = 0; i < 50; ++i) {
+        sync(other);  // has its turn, and the flood has none
+        MonotonicClock::advance(5s);
+    }
+    recorder.recording = false;
+    EXPECT_EQ(received(), flood.mayWait) << "neither more, nor its end for silence";
+    EXPECT_TRUE(eventually([&] {
+        deliver();
+        return received() == flood.count;
+    }));
+    sending.get();
+    EXPECT_TRUE(inOrder);
+}
+
+TEST_P(Flooded, IsRemovedAtOnceWhileItIsNotRead) {
+    Link link = connect();
+    recorder.recording = false;
+    recorder.onMessage = [this](const auto& payload) { hold(payload); };
+    manager->addConnection(link.socket, 0);
+    std::string some;
+    auto sending = std::async(std::launch::async, [&] {
+        for (std::size_t i = 0; i < GetParam().count; ++i)
+            link.peer.send(frames::text(std::to_string(i) + GetParam().text));
+    });
+    EXPECT_TRUE(eventually([&] { return received() >= GetParam().mayWait; }));
+    manager->removeConnection(link.socket);
+    EXPECT_EQ(link.peer.receive().payload, frames::number(1000, 2));
+    MonotonicClock::advance(TransportLimits::CLOSE_LINGER);
+    EXPECT_TRUE(eventually([&] { return isClosed(link.socket); }));
+    sending.wait();
+    EXPECT_EQ(received(), GetParam().mayWait);
+}
+
+INSTANTIATE_TEST_SUITE_P(By, Flooded,
+                         testing::Values(Flood{"Bytes", std::string(65536 - 6, 'x'), 1000, 513},
+                                         Flood{"Messages", "", 250000,
+                                               TransportLimits::MAX_UNDELIVERED_MESSAGES},
+                                         Flood{"Values", "[" + std::string(1600, ',') + "]", 2000, 991}),
+                         [](const auto& row) { return row.param.name; });
 
 TEST_F(ConnectionManager, TheOwnersCloseEndsWithThePeersAnswerOrWithoutIt) {
     Link answered = add();
@@ -402,7 +612,7 @@ TEST_F(ConnectionManager, TheOwnersCloseEndsWithThePeersAnswerOrWithoutIt) {
         return isClosed(socket);
     }));
     EXPECT_EQ(recorder.wait(1, socket), Log{"closed closed by this side, no answer within 1000 ms"});
-    EXPECT_TRUE(silent.peer.atEnd());
+    EXPECT_TRUE(silent.peer.hasEnded());
 }
 
 // A machine that is held up for the time of the linger shows nothing, hence the attempts.

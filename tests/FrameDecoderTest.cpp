@@ -6,6 +6,7 @@
 #include <gtest/gtest.h>
 
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "Frames.h"
@@ -148,12 +149,17 @@ TEST(FrameDecoder, NothingComesAfterTheEnd) {
     }
 }
 
-TEST(FrameDecoder, BetweenFragmentsThereIsNoFrame) {
+TEST(FrameDecoder, BetweenFragmentsThereIsNoFrameButAMessage) {
     FrameDecoder decoder;
-    feed(decoder, "\x01");
-    EXPECT_TRUE(decoder.inFrame());
-    feed(decoder, number(1, 1) + "a");
-    EXPECT_FALSE(decoder.inFrame());
+    const auto after = [&](const std::string& bytes) {
+        feed(decoder, bytes);
+        return std::pair(decoder.inFrame(), decoder.inMessage());
+    };
+    EXPECT_EQ(after("\x89"), std::pair(true, false));  // a ping
+    EXPECT_EQ(after(std::string(1, '\0') + "\x01"), std::pair(true, true));
+    EXPECT_EQ(after(number(1, 1) + "a"), std::pair(false, true));
+    EXPECT_EQ(after(ping()), std::pair(false, true));
+    EXPECT_EQ(after(frame(0x80)), std::pair(false, false));
 }
 
 }  // namespace

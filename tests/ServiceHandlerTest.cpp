@@ -39,6 +39,12 @@ std::string message(const std::string& event, const std::string& value = "[]") {
     return R"({"type":"data","event":")" + event + R"(","data":)" + value + "}";
 }
 
+std::size_t countOf(const LogCapture& log, const std::string& start) {
+    const auto lines = log.lines();
+    return static_cast<std::size_t>(
+        std::count_if(lines.begin(), lines.end(), [&](const auto& line) { return line.find(start) == 0; }));
+}
+
 class ServiceHandlerTest : public testing::Test {
 protected:
     TestHandler::Ptr make() { return new TestHandler("Media", &lib, &sink, 5000, true); }
@@ -51,11 +57,7 @@ protected:
         log.clear();
         return lines;
     }
-    std::size_t count(const std::string& start) const {
-        const auto lines = log.lines();
-        return static_cast<std::size_t>(std::count_if(
-            lines.begin(), lines.end(), [&](const auto& line) { return line.find(start) == 0; }));
-    }
+    std::size_t count(const std::string& start) const { return countOf(log, start); }
 
     LogCapture log;
     FakeClientLib lib;
@@ -138,17 +140,33 @@ TEST_F(ServiceHandlerTest, NullInterfacesAreLogLines) {
 }
 
 TEST_F(ServiceHandlerTest, NormalizesUrls) {
-    for (const char* text :
-         {"http://me@10.0.0.5:80/media/tracks|/media/tracks/", "/media/tracks///|/media/tracks/",
-          "/media|/media/", "/media/tracks/4711//|/media/tracks/4711", "/|/", "|", "?a=b|?a=b",
-          "/media/tracks/a/b/|/media/tracks/a/b", "http://10.0.0.5|", "/m/a%20b/c%25d|/m/a%20b/c%25d",
-          "/m/t?$fields=a,b#12-m-0xa|/m/t/?%24fields=a%2Cb#12-m-0xa", "/m/t#a%20b|/m/t/#a%20b",
-          "/m/t/%2F|/m/t/", "/m/$id/|/m/%24id/", "/m/t?a=%2525|/m/t/?a=%2525"}) {
+    for (const char* text : {"http://me@10.0.0.5:80/media/tracks|/media/tracks/",
+                             "/media/tracks///|/media/tracks/",
+                             "/media|/media/",
+                             "/media/tracks/4711//|/media/tracks/4711",
+                             "/|/",
+                             "|",
+                             "?a=b|?a=b",
+                             "/media/tracks/a/b/|/media/tracks/a/b",
+                             "http://10.0.0.5|",
+                             "/m/a%20b/c%25d|/m/a%20b/c%25d",
+                             "/m/t?$fields=a,b#12-m-0xa|/m/t/?%24fields=a%2Cb#12-m-0xa",
+                             "/m/t#a%20b|/m/t/#a%20b",
+                             "/m/t/%2F|/m/t/",
+                             "/m/$id/|/m/%24id/",
+                             "/m/t?a=%2525|/m/t/?a=%2525",
+                             "/m/t?n=C%2B%2b&m=a+b|/m/t/?n=C%2B%2B&m=a+b",
+                             "/m/t?n=%252B|/m/t/?n=%252B",
+                             "m/t:1|m/t:1/",
+                             "m/t|m/t/",
+                             "./a:b|./a:b/",
+                             "/a:b|/a:b/"}) {
         const Row row(text, "|");
         EXPECT_EQ(row[1], handler->normalizeUrl(row[0])) << text;
         EXPECT_EQ(row[1], handler->normalizeUrl(row[1])) << text;
     }
-    for (const char* bad : {"/m/%zz", "http://[::1", "/m?a=%zz"})
+    for (const char* bad :
+         {"/m/%zz", "http://[::1", "/m?a=%zz", "/m?a=%2B%", "mailto:x", "a:b", "a:b:c", "a%3Ab"})
         EXPECT_THROW(handler->normalizeUrl(bad), Poco::SyntaxException) << bad;
 }
 
@@ -404,6 +422,70 @@ TEST_F(ServiceHandlerTest, FramesBecomeMessages) {
     EXPECT_EQ(2U, log.count(REFUSED));
 }
 
+TEST_F(ServiceHandlerTest, WhatPeersSendMakesFewAndShortLines) {
+    const std::string line = "Error: OnWebSocketNotification: error parsing JSON: ", bad = R"({"a":1})";
+    const auto frame = TestHandler::payload("");
+    handler->WebSocketDataAvailableHandler({frame, "3 of 7 bytes"});
+    handler->receive(R"({"type":"data","event":"http://h:)" + std::string(100000, '9') + R"("})");
+    const auto lines = taken();
+    EXPECT_EQ("Warning: WebsocketDataObjectSplitter: 3 of 7 bytes", lines.at(0));
+    for (std::size_t i = 1; i < lines.size(); ++i) EXPECT_LT(lines[i].size(), 20000U);
+    for (int i = 0; i < 1000; ++i) {
+        handler->receive(bad);
+        handler->handle(bad);
+    }
+    EXPECT_GT(count(line), 5U);
+    EXPECT_GT(count(SYNC), 5U);
+    EXPECT_LT(count("Error: "), 500U);  // 20 in each second
+    handler->close("end of stream");
+    sink.dispatch();
+    EXPECT_TRUE(log.contains(" further lines about bad data from this peer were left out"));
+
+    TestHandler::Ptr all[] = {make(), make(), make()};  // one of them says what is bad
+    for (auto& each : all) each->start();
+    log.clear();
+    for (const auto& text : {bad, message("/?name=Media#1-Media")})
+        lib.registry->enqueueSocketData(TestHandler::payload(text));
+    lib.registry->enqueueSocketData({frame, "3 of 7 bytes"});
+    EXPECT_TRUE(log.waitFor("3 of 7 bytes"));
+    lib.registry->shutdown();
+    EXPECT_EQ(1U, count(line));
+    EXPECT_EQ(1U, count("Warning: WebsocketDataObjectSplitter: "));
+    EXPECT_EQ(3U, sink.dispatch());
+}
+
+TEST_F(ServiceHandlerTest, DataIsUndeliveredUntilItsMessagesHaveRun) {
+    for (const bool refused : {false, true}) {
+        sink.refuse(refused);
+        auto payload = TestHandler::payload(message("/Media/t/#1-Media") + message("/Media/t/#2-Media"));
+        const auto receipt = std::make_shared<int>();
+        payload.receipt = receipt;
+        handler->WebSocketDataAvailableHandler(payload);
+        payload.receipt = nullptr;
+        EXPECT_EQ(refused ? 1 : 3, receipt.use_count());
+        sink.dispatch();
+        EXPECT_EQ(1, receipt.use_count());
+    }
+}
+
+TEST_F(ServiceHandlerTest, AServiceDoesNotSpeakForTheRegistry) {
+    handler->start();
+    handler->setNewServiceAddress("10.0.0.5", 80);
+    const auto withdrawn = TestHandler::payload(message("/?name=Media#1-Media"));
+    handler->getWebSocket()->SocketDataAvailable.notify(nullptr, withdrawn);
+    EXPECT_EQ(0U, sink.pending());
+    for (const char* uri : {"/", "//", "/?name=Media", "http://10.0.0.5/"}) {
+        log.clear();
+        EXPECT_EQ("", subscribe(uri)) << uri;
+        EXPECT_THAT(log.lines(),
+                    ElementsAre(StartsWith("Error: ServiceHandler::addSubscription - exception: ")));
+    }
+    EXPECT_TRUE(handler->isAvailable());
+    lib.registry->SocketDataAvailable.notify(nullptr, withdrawn);
+    EXPECT_EQ(1U, sink.dispatch());
+    EXPECT_FALSE(handler->isAvailable());
+}
+
 TEST_F(ServiceHandlerTest, LateMessagesDoNothing) {
     for (const bool destroyed : {false, true}) {
         handler->start();
@@ -420,7 +502,9 @@ TEST_F(ServiceHandlerTest, LateMessagesDoNothing) {
 
 // --- with a client on the wire ---
 
-using ServiceHandlerWireTest = ClientTest;
+struct ServiceHandlerWireTest : ClientTest {
+    std::size_t count(const std::string& start) const { return countOf(log, start); }
+};
 
 TEST_F(ServiceHandlerWireTest, OneRequestPerResource) {
     auto handler = connect();
@@ -446,6 +530,9 @@ TEST_F(ServiceHandlerWireTest, OneRequestPerResource) {
 TEST_F(ServiceHandlerWireTest, ClientKnowsItsHandlersByName) {
     EXPECT_THROW(lib.addService(nullptr), Poco::NullPointerException);
     auto handler = add();
+    EXPECT_EQ(0U, count("Warning: ClientLib::addService: "));
+    add("My-Media");
+    EXPECT_EQ(1U, count("Warning: ClientLib::addService: service My-Media "));
     EXPECT_EQ(handler, lib.getServiceHandler("Media"));
     EXPECT_TRUE(lib.getServiceHandler("media").isNull());
     EXPECT_EQ(1U, log.count("Error: virtual Nubo::Client::ServiceHandler::Ptr Nubo::Client::ClientLib::"

@@ -89,7 +89,9 @@ TEST_F(ServiceListenerTest, ReportsChangesOfTheSet) {
         {"(A) b", ">>0U "},
         {"(a) (b)", ">>? "},
         {"b a (a) (o)", ">>? a+? b+1A o+1A o-1A b-0U a-U o+U o-U b+U a+1A "},  // the first flag given stays
-        {"a", ">>? >>? a+1A <<A <<A a-A a+A >>A a-0U "},
+        {"a", ">>? >>? a+1A >>A <<A <<A a-A a+A >>1A a-0U <<U >>U "},
+        {"a", ">>? a+1A <<A a-A >>0U a+1A "},
+        {"A (b)", ">>1? <<? >>1? b+1A <<A >>1A b-1A <<A >>1A <<A a-A >>A a+1A "},
         // Only the first sixteen count.
         {"(a) (b) (c) (d) (e) (f) (g) (h) (i) (j) (k) (l) (m) (n) (o) (p) q r",
          ">>? r+? q+? p+1A q-A p-A q+A a+1A "}};
@@ -158,6 +160,45 @@ TEST_F(ServiceListenerTest, UnknownServicesAndLateOnes) {
     listener.shutdown();
     listener.startup();
     EXPECT_THAT(taken(), ElementsAre(CHANGED + "Null pointer", STARTUP + "- exception: Null pointer"));
+}
+
+TEST_F(ServiceListenerTest, StartupMayFailOrBeUndoneInItsCallback) {
+    for (const char* name : {"a", "b"}) {
+        add(name, true);
+        listener.addServiceToMonitor(name, false);
+    }
+    const auto a = lib.handlers.at("a"), b = lib.handlers.at("b");
+    const auto isHooked = [&] {
+        return !(a->SocketDataAvailable.empty() && a->MicroServiceRegistrationChanged.empty());
+    };
+    lib.handlers.erase("b");
+    for (int i = 0; i < 2; ++i) {  // not started, and started before
+        listener.startup();
+        EXPECT_EQ(1U, log.count(STARTUP + "- exception: Null pointer"));
+        EXPECT_FALSE(isHooked());
+        taken();
+        lib.handlers["b"] = b;
+        listener.startup();
+        EXPECT_TRUE(isHooked());
+        lib.handlers.erase("b");
+    }
+    lib.handlers["b"] = b;
+    listener.shutdown();
+
+    taken();
+    {
+        TestListener brief(&lib, 10);
+        brief.addServiceToMonitor("a", false);
+        brief.onState = [&](bool) {
+            brief.addServiceToMonitor("b", false);
+            brief.shutdown();
+        };
+        brief.startup();
+        EXPECT_THAT(brief.states, ElementsAre(true));
+    }  // says nothing
+    EXPECT_THAT(taken(), ElementsAre(StartsWith("Info: All micro services became available"),
+                                     StartsWith(ADD + " should not be called after")));
+    EXPECT_FALSE(isHooked());
 }
 
 TEST_F(ServiceListenerTest, CallbacksMayThrowSubscribeAndShutDown) {

@@ -84,6 +84,11 @@ public:
     }
     /// Whether the stream ends here, in whatever way.
     bool atEnd() { return _received.empty() && !readMore(); }
+    /// Whether it has ended already; does not wait.
+    bool hasEnded() {
+        return _received.empty() && _socket.poll(Poco::Timespan(), Poco::Net::Socket::SELECT_READ) &&
+               !readMore();
+    }
     /// Reads a little of what has come, if anything has.
     void readALittle() {
         char room[4096];

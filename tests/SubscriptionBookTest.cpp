@@ -127,7 +127,8 @@ TEST(IdRangesTest, KeepsRangesAndIsBounded) {
     EXPECT_FALSE(ids.contains(99 + 2 * MANY - 2));  // the newest gaps are still known
 }
 
-// Four times as many take four times as long; eight are granted, where a search through all takes sixteen.
+// Sixteen times as many take sixteen times as long, or some more with the caches; where all are searched for
+// each, 256 times.
 TEST_F(SubscriptionBookTest, TakesTimeInProportion) {
     const auto timed = [&](unsigned count, const std::function<void(const Uris&)>& work) {
         auto best = Clock::duration::max();
@@ -152,7 +153,7 @@ TEST_F(SubscriptionBookTest, TakesTimeInProportion) {
          }},
         {"delivered while one leaves",
          [&](const Uris& uris) { delivered(uris[0], [&](const auto&) { book.remove(uris[0]); }); }}};
-    for (const auto& [name, work] : works) EXPECT_LT(timed(8000, work), 8 * timed(2000, work)) << name;
+    for (const auto& [name, work] : works) EXPECT_LT(timed(16000, work), 100 * timed(1000, work)) << name;
 }
 
 }  // namespace

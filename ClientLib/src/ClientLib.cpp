@@ -121,7 +121,12 @@ void ClientLib::closeConnections() {
 
 ServiceHandler::Ptr ClientLib::addService(ServiceHandler::Ptr handler) {
     releaseReplacedHandlers();
-    ServiceHandler::Ptr& entry = _services[handler->getServiceName()];
+    const std::string name = handler->getServiceName();
+    if (name.find('-') != std::string::npos)
+        ZOL_LOG_WARNING("ClientLib::addService: service " << name
+                                                          << " has a '-' in its name, with which it hears "
+                                                             "neither the registry nor its notifications");
+    ServiceHandler::Ptr& entry = _services[name];
     ServiceHandler::Ptr replaced = entry;
     entry = handler;
     if (replaced && replaced != handler) {

@@ -19,7 +19,9 @@ void parse(ParsedText_t& parsed) {
     const std::string& event = eventOf(*object);
     typeOf(*object);                                                        // must be there
     if (event.find('%') != std::string::npos) Poco::URI(event).getQuery();  // must be decodable
-    parsed.service = EventFragment(event).service;
+    const UriText uri(event);
+    parsed.service = EventFragment(uri).service;
+    parsed.isRegistryAnswer = uri.path() == "/";
     parsed.object = object;
 }
 
@@ -37,7 +39,7 @@ std::vector<ParsedText_t> parseBlock(const std::string& block) {
     result.reserve(texts.size());
     for (std::string& text : texts) {
         ClientLib::cleanJsonString(text);
-        ParsedText_t& parsed = result.emplace_back(ParsedText_t{std::move(text), nullptr, "", ""});
+        ParsedText_t& parsed = result.emplace_back(ParsedText_t{std::move(text), nullptr, "", "", false});
         try {
             parse(parsed);
         } catch (const Poco::Exception& e) {
@@ -62,6 +64,10 @@ ParsedPayload::~ParsedPayload() {
 const std::vector<ParsedText_t>& ParsedPayload::texts() {
     if (!_first._texts) _first.parse();
     return *_first._texts;
+}
+
+bool ParsedPayload::claimComplaints() {
+    return !std::exchange(_first._complaintsClaimed, true);
 }
 
 void ParsedPayload::parse() {

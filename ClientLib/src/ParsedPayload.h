@@ -19,6 +19,7 @@ struct ParsedText_t {
     Poco::JSON::Object::Ptr object;  ///< null when the text is no notification
     std::string service;             ///< the service part of the event's fragment; may be empty
     std::string error;               ///< why there is no object
+    bool isRegistryAnswer = false;   ///< the event's path is "/"
 
     /// Whether it is a notification that names a service, but another one.
     bool isForAnother(const std::string& serviceName) const {
@@ -57,6 +58,9 @@ public:
     /// Parsed at the first call; valid as long as this object.
     const std::vector<ParsedText_t>& texts();
 
+    /// @return true for the first who asks: that one writes the lines about what is bad in the payload
+    bool claimComplaints();
+
 private:
     void parse();
 
@@ -65,6 +69,7 @@ private:
     ParsedPayload* const _outer;                      // of this thread; null for the outermost
     ParsedPayload& _first;                            // for the same payload; may be this one
     std::optional<std::vector<ParsedText_t>> _texts;  // of the first one
+    bool _complaintsClaimed = false;                  // likewise
 };
 
 }  // namespace Nubo::Client

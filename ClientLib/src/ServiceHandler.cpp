@@ -3,6 +3,7 @@
 // Lock order, outermost first: the registry worker's socket mutex, this handler's _socketMutex, the service
 // worker's socket mutex, leaf locks.
 
+#include <Logging/LineLimit.h>
 #include <Logging/LogLine.h>
 #include <Nubo/Client/IClientLibInterface.h>
 #include <Nubo/Client/ServiceHandler.h>
@@ -49,7 +50,8 @@ ServiceHandler::ServiceHandler(const std::string& serviceName, IClientLibInterfa
       _timeoutBeforePing(timeoutBeforePing),
       _lossRate(std::make_unique<LossRate>()),
       _reconnectThread(std::make_unique<ReconnectThread>(_reconnectThreadObject, _wait)),
-      _book(std::make_unique<SubscriptionBook>(_subscrMapSubscribers, _subscrUriValueMap)) {}
+      _book(std::make_unique<SubscriptionBook>(_subscrMapSubscribers, _subscrUriValueMap)),
+      _badDataLines(std::make_unique<Logging::LineLimit>()) {}
 
 ServiceHandler::~ServiceHandler() {
     try {
@@ -58,6 +60,7 @@ ServiceHandler::~ServiceHandler() {
         while (!shutdownWebSocket()) Poco::Thread::sleep(RETRY_INTERVAL_MS);
         endReconnectThread();
         destroyWebsocket();
+        _badDataLines->writeLeftOut();
     } catch (...) {
         // A mutex or thread that the system refuses: the members are destroyed all the same.
     }
@@ -87,7 +90,7 @@ void ServiceHandler::start() {
 // Held lock: the registry worker's socket mutex.
 void ServiceHandler::attachToRegistry(WebSocketRequestHandler::Ptr registry) {
     _attachedRegistry = registry;
-    addDelegates(*registry);
+    addDelegates(*registry, &ServiceHandler::WebSocketDataAvailableHandler);
 }
 
 // Removing a delegate waits for its running call, which wants neither of the locks held here.
@@ -99,12 +102,13 @@ void ServiceHandler::detachFromRegistry() {
     _attachedRegistry = nullptr;
 }
 
-void ServiceHandler::addDelegates(WebSocketRequestHandler& worker) {
-    worker.SocketDataAvailable += Poco::delegate(this, &ServiceHandler::WebSocketDataAvailableHandler);
+void ServiceHandler::addDelegates(WebSocketRequestHandler& worker, DataHandler onData) {
+    worker.SocketDataAvailable += Poco::delegate(this, onData);
     worker.SocketClosed += Poco::delegate(this, &ServiceHandler::WebSocketClosedHandler);
 }
 
 void ServiceHandler::removeDelegates(WebSocketRequestHandler& worker) {
+    worker.SocketDataAvailable -= Poco::delegate(this, &ServiceHandler::OwnConnectionDataHandler);
     worker.SocketDataAvailable -= Poco::delegate(this, &ServiceHandler::WebSocketDataAvailableHandler);
     worker.SocketClosed -= Poco::delegate(this, &ServiceHandler::WebSocketClosedHandler);
 }

@@ -1,5 +1,6 @@
 // The service handler's connection: made, lost, rebuilt, retried on the reconnect thread, torn down.
 
+#include <Logging/LineLimit.h>
 #include <Logging/LogLine.h>
 #include <Nubo/Client/DataMessages/WebSocketClosedMessage.h>
 #include <Nubo/Client/DataMessages/WebSocketOpenedMessage.h>
@@ -149,6 +150,7 @@ void ServiceHandler::WebSocketClosedHandlerSync(const Nubo::Net::WebsocketEventP
     MultiThreadingObjectLockGuard guard(this);
     if (!guard.tryEnter()) return;
     try {
+        _badDataLines->writeLeftOut();
         ZOL_LOG_ERROR("WebSocketClosedHandlerSync: communication error with service: "
                       << getServiceDescription() << ";" << payload.Reason);
         ServiceAvailabilityChanged(false);
@@ -206,7 +208,7 @@ bool ServiceHandler::connectToService() {
     setConnection(worker);
     {
         const SendLock workerLock(worker->getSocketMutex());
-        addDelegates(*worker);
+        addDelegates(*worker, &ServiceHandler::OwnConnectionDataHandler);
     }
     if (worker->closeReported()) return false;
     _isSocketConnected = true;

@@ -1,6 +1,8 @@
 // What comes in on the handler's connections: parsed on the worker's thread, delivered on the caller's.
 
+#include <Logging/LineLimit.h>
 #include <Logging/LogLine.h>
+#include <Logging/Shortened.h>
 #include <Nubo/Client/DataMessages/WebSocketDataAvailableMessage.h>
 #include <Nubo/Client/ServiceHandler.h>
 #include <Nubo/Command/StatusObject.h>
@@ -27,6 +29,7 @@ namespace Nubo::Client {
 using Nubo::Command::WebSocketRequestObject;
 using Nubo::Command::WebSocketResponseObject;
 using Nubo::Data::XObjectBase;
+using Nubo::Net::WebsocketDataEventPayload;
 using Poco::JSON::Object;
 
 namespace {
@@ -64,12 +67,31 @@ bool ServiceHandler::ServiceHandlerNotificationData_t::hasElementGone() const {
 
 // --- worker's thread ---
 
-void ServiceHandler::WebSocketDataAvailableHandler(const Nubo::Net::WebsocketDataEventPayload& payload) {
+void ServiceHandler::WebSocketDataAvailableHandler(const WebsocketDataEventPayload& payload) {
+    receive(payload, Origin::Elsewhere);
+}
+
+void ServiceHandler::OwnConnectionDataHandler(const WebsocketDataEventPayload& payload) {
+    receive(payload, Origin::OwnConnection);
+}
+
+void ServiceHandler::receive(const WebsocketDataEventPayload& payload, Origin origin) {
     ParsedPayload parsed(payload);
-    if (!concerns(parsed.texts())) return;
+    const bool incomplete = payload.data.empty() && !payload.Reason.empty();  // a remark of the transport
+    if (!incomplete && !concerns(parsed.texts())) return;
     MultiThreadingObjectLockGuard guard(this);
     if (!guard.tryEnter()) return;
-    postNotifications(parsed.texts());
+    const bool complains = parsed.claimComplaints();
+    if (incomplete && complains)
+        ZOL_LOG_WARNING_LIMITED(*_badDataLines, "WebsocketDataObjectSplitter: " << payload.Reason);
+    for (const ParsedText_t& text : parsed.texts()) {
+        if (text.object) {
+            postNotification(text, origin, payload.receipt);
+        } else if (complains) {
+            ZOL_LOG_ERROR_LIMITED(*_badDataLines, "OnWebSocketNotification: error parsing JSON: "
+                                                      << Logging::shortened(text.error));
+        }
+    }
 }
 
 // Nearly all messages of the registry name another handler's service. With hundreds of handlers it pays not
@@ -80,18 +102,15 @@ bool ServiceHandler::concerns(const std::vector<ParsedText_t>& texts) const {
            !std::all_of(texts.begin(), texts.end(), isForAnother);
 }
 
-void ServiceHandler::postNotifications(const std::vector<ParsedText_t>& texts) {
-    for (const ParsedText_t& parsed : texts) {
-        if (!parsed.object) {
-            ZOL_LOG_ERROR("OnWebSocketNotification: error parsing JSON: " << parsed.error);
-            continue;
-        }
-        ZOL_LOG_INFO("OnWebSocketNotification: " << parsed.text);
-        // Every handler hears the registry's connection: what names another service is that one's business.
-        if (parsed.isForAnother(_serviceName)) continue;
-        if (!post(new WebSocketDataAvailableMessage(this, parsed.object))) {
-            ZOL_LOG_WARNING("ServiceHandler::WebSocketDataAvailableHandler: Could not enqueue message!");
-        }
+void ServiceHandler::postNotification(const ParsedText_t& parsed, Origin origin,
+                                      const std::shared_ptr<const void>& receipt) {
+    ZOL_LOG_INFO("OnWebSocketNotification: " << Logging::shortened(parsed.text));
+    // Every handler hears the registry's connection: what names another service is that one's business.
+    if (parsed.isForAnother(_serviceName)) return;
+    // A service does not speak for the registry.
+    if (parsed.isRegistryAnswer && origin == Origin::OwnConnection) return;
+    if (!post(new WebSocketDataAvailableMessage(this, parsed.object, receipt))) {
+        ZOL_LOG_WARNING("ServiceHandler::WebSocketDataAvailableHandler: Could not enqueue message!");
     }
 }
 
@@ -114,7 +133,10 @@ void ServiceHandler::WebSocketDataAvailableHandlerSync(const Object::Ptr& data) 
             handleNotification(data, event, type);
         }
     } catch (const Poco::Exception& e) {
-        ZOL_LOG_ERROR("ServiceHandler::WebSocketDataAvailableHandlerSync - exception: " << e.displayText());
+        // Of what a peer has sent: what subscribers throw is caught where they are called.
+        ZOL_LOG_ERROR_LIMITED(*_badDataLines,
+                              "ServiceHandler::WebSocketDataAvailableHandlerSync - exception: "
+                                  << Logging::shortened(e.displayText()));
     } catch (...) {
         ZOL_LOG_ERROR("ServiceHandler::WebSocketDataAvailableHandlerSync - unknown exception: ");
     }
@@ -170,7 +192,7 @@ void ServiceHandler::handleOtherEvent(const Object::Ptr& data, const std::string
 
 // What one subscriber throws must not keep the notification from the next.
 void ServiceHandler::notifySubscriber(ServiceHandlerNotificationData_t& data, const std::string& virtualUri) {
-    ZOL_LOG_INFO(DATA_AVAILABLE_HANDLER_SYNC << " notify subscriber " << virtualUri);
+    ZOL_LOG_INFO(DATA_AVAILABLE_HANDLER_SYNC << " notify subscriber " << Logging::shortened(virtualUri));
     try {
         data.additionalFragment = EventFragment(virtualUri).tag;
         data.event = virtualUri;

@@ -9,6 +9,8 @@
 #include <Poco/Exception.h>
 #include <Poco/URI.h>
 
+#include <algorithm>
+
 #include "EventFragment.h"
 #include "SubscriptionBook.h"
 
@@ -38,12 +40,30 @@ std::string encoded(const std::string& text, const char* reserved) {
 }
 
 /// As POCO writes a path, so that the result is the same however often it is parsed and written again.
+/// @throws Poco::SyntaxException when that cannot be: what stands before a ':' would be read as a scheme
 std::string normalizedPath(const Poco::URI& uri) {
-    std::string path = encoded(uri.getPath(), "?#");
-    if (path.empty()) return path;
+    const std::string& decodedPath = uri.getPath();
+    if (decodedPath.empty()) return decodedPath;
+    const bool colonFirst = decodedPath.find(':') < decodedPath.find('/');
+    if (colonFirst || (!uri.getScheme().empty() && decodedPath.front() != '/'))
+        throw Poco::SyntaxException("no path of a resource", decodedPath);
+    std::string path = encoded(decodedPath, "?#");
     path.erase(path.find_last_not_of('/') + 1);
     const bool isElement = !UrlPath(uri).getElement().empty();
     return isElement ? path : path + '/';
+}
+
+/// The query is decoded first: encoding it as it stands would encode each '%' once more. POCO would leave a
+/// '#' alone, with which the fragment begins. An encoded plus sign stays encoded: a plain one is read as a
+/// space.
+/// @throws Poco::SyntaxException when it cannot be decoded
+std::string normalizedQuery(const std::string& rawQuery) {
+    const auto plus = std::min(rawQuery.find("%2B"), rawQuery.find("%2b"));
+    std::string decoded;
+    Poco::URI::decode(rawQuery.substr(0, plus), decoded);
+    std::string query = encoded(decoded, "#");
+    if (plus != std::string::npos) query += "%2B" + normalizedQuery(rawQuery.substr(plus + 3));
+    return query;
 }
 
 std::string withoutFragment(const std::string& uri) {
@@ -60,9 +80,7 @@ WebSocketRequestObject subscriptionRequest(const std::string& type, const std::s
 std::string ServiceHandler::normalizeUrl(const std::string& url) {
     const Poco::URI uri(url);
     std::string result = normalizedPath(uri);
-    // Query and fragment are decoded first: encoding them as they stand would encode each '%' once more. POCO
-    // would leave a '#' alone, with which the fragment begins.
-    if (!uri.getRawQuery().empty()) result += "?" + encoded(uri.getQuery(), "#");
+    if (!uri.getRawQuery().empty()) result += "?" + normalizedQuery(uri.getRawQuery());
     if (!uri.getFragment().empty()) result += "#" + encoded(uri.getFragment(), "");
     return result;
 }
@@ -78,6 +96,8 @@ std::string ServiceHandler::addSubscription(const std::string& uri, const std::s
     std::string virtualUri;
     try {
         const std::string realUri = withoutFragment(normalizeUrl(uri));
+        if (UriText(realUri).path() == "/")
+            throw Poco::InvalidArgumentException("the path \"/\" is the registry's", uri);
         checkExpansionLevel(realUri);
         const std::string candidate =
             realUri + "#" + encoded(getUniqueId() + "-" + _serviceName + (tag.empty() ? "" : "-" + tag), "");

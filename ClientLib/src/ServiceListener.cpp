@@ -105,19 +105,33 @@ void ServiceListener::startup() {
     try {
         _disposing = false;
         MultiThreadingObject::startup();
-        if (auto last = hookAllHandlers()) {
+        auto last = hookAllHandlers();
+        // Before the callback: it may shut the listener down, and is warned of services that it adds.
+        const bool again = _started.exchange(true);
+        if (last) {
             // Tells the application of the services that were available before it started.
-            HandleMicroServiceRegistrationChangedInternal({last.get()});
+            evaluateAndReport({last.get()}, again ? Report::Changes : Report::WhatIsThere);
         } else {
             ZOL_LOG_ERROR("ServiceListener::startup - ServiceListener "
                           << _uniqueIdAsHexString << " does not listen to any service handler");
         }
-        _started = true;
     } catch (const Poco::Exception& e) {
-        ZOL_LOG_ERROR("ServiceListener::startup - ServiceListener " << _uniqueIdAsHexString
-                                                                    << " - exception: " << e.displayText());
+        giveUpStartup(e.displayText());
     } catch (...) {
-        // Not started.
+        giveUpStartup("unspecified exception");
+    }
+}
+
+// No handler may call a listener that counts as not started: its owner may destroy it.
+void ServiceListener::giveUpStartup(const std::string& reason) {
+    ZOL_LOG_ERROR("ServiceListener::startup - ServiceListener " << _uniqueIdAsHexString
+                                                                << " - exception: " << reason);
+    _started = true;  // until it is unhooked; a destructor that comes before says so
+    try {
+        unhookAllHandlers();
+        _started = false;
+    } catch (...) {
+        // Its shutdown() tries once more.
     }
 }
 
@@ -195,9 +209,14 @@ void ServiceListener::removeAllSubscriptions() {
 
 void ServiceListener::HandleMicroServiceRegistrationChangedInternal(
     const ServiceHandler::ServiceRegistrationEventData_t& data) {
+    evaluateAndReport(data, Report::Changes);
+}
+
+void ServiceListener::evaluateAndReport(const ServiceHandler::ServiceRegistrationEventData_t& data,
+                                        Report report) {
     if (!_clientlib) return;
     try {
-        const Evaluation_t evaluation = evaluateServices();
+        const Evaluation_t evaluation = evaluateServices(report);
         const ServiceHandler& handler = nonNull(data.handler);
         if (handler.isAvailable()) {
             reportAvailable(evaluation);
@@ -212,8 +231,8 @@ void ServiceListener::HandleMicroServiceRegistrationChangedInternal(
     }
 }
 
-ServiceListener::Evaluation_t ServiceListener::evaluateServices() {
-    Evaluation_t evaluation{_lastNotificationStateEnum, true};
+ServiceListener::Evaluation_t ServiceListener::evaluateServices(Report report) {
+    Evaluation_t evaluation{_lastNotificationStateEnum, true, report};
     uint8_t position = 0;
     Lock lock(_mutexServices);
     for (const auto& [name, optional] : _servicesToListen) {
@@ -229,9 +248,15 @@ ServiceListener::Evaluation_t ServiceListener::evaluateServices() {
     return evaluation;
 }
 
+// A listener that is started again is told of what is available, also when that is as before.
+bool ServiceListener::isNews(const Evaluation_t& evaluation) const {
+    const bool somethingIsThere = evaluation.report == Report::WhatIsThere && evaluation.mask != 0;
+    return somethingIsThere || evaluation.mask != _lastNotificationStateEnum;
+}
+
 void ServiceListener::reportAvailable(const Evaluation_t& evaluation) {
     // Nothing is stored while a mandatory service is missing: its own event will change the mask.
-    if (!evaluation.allAvailable || evaluation.mask == _lastNotificationStateEnum) return;
+    if (!evaluation.allAvailable || !isNews(evaluation)) return;
     _lastNotificationState = Available;
     _lastNotificationStateEnum = evaluation.mask;
     ZOL_LOG_INFO("All micro services became available, fctID: " << _uniqueIdAsHexString);
@@ -240,7 +265,7 @@ void ServiceListener::reportAvailable(const Evaluation_t& evaluation) {
 
 void ServiceListener::reportUnavailable(Evaluation_t evaluation, const std::string& serviceName) {
     const bool optional = clearAvailability(serviceName, evaluation.mask);
-    if (evaluation.mask == _lastNotificationStateEnum) return;
+    if (!isNews(evaluation)) return;
     _lastNotificationStateEnum = evaluation.mask;
     if (!optional) {
         if (_lastNotificationState == Unavailable) return;

@@ -29,8 +29,8 @@
 #include <string>
 #include <vector>
 
-namespace Poco {
-class URI;
+namespace Logging {
+class LineLimit;
 }
 
 namespace Nubo::Client {
@@ -54,7 +54,7 @@ struct ParsedText_t;
 /// need not subscribe again after an outage (if it does, it removes the old subscription first).
 ///
 /// A service name must not contain '-': notifications are matched by the part of the event's fragment between
-/// its first two dashes.
+/// its first two dashes. ClientLib::addService() warns of one that does.
 class ZOL_EXPORT ServiceHandler : public MultiThreadingObject,
                                   public IWebSocketOpenedHandlerImpl,
                                   public IWebSocketClosedHandlerImpl,
@@ -135,6 +135,7 @@ public:
 
     /// Subscribes to a resource. The service sees one subscription per resource, however many subscribers.
     /// @param uri the resource; scheme, host and port are dropped, the rest is normalised (normalizeUrl)
+    ///        The path "/" is refused: it is the registry's.
     /// @param tag comes back as `additionalFragment` of each notification; may be empty, may contain '-'
     /// @param autosubscribe passed to the service by the first subscriber of the resource
     /// @return the subscriber's own URI: it names the subscriber in notifications and removes the
@@ -166,9 +167,12 @@ public:
     void operator<<(const Nubo::Command::WebSocketRequestObject& request);
 
     /// Brings a URI into the one form under which its resource is known: path, query and fragment only,
-    /// encoded; a collection ends in one '/', an element in none. normalizeUrl(normalizeUrl(x)) ==
-    /// normalizeUrl(x). Limits: %2F in a path becomes '/', %26 in a query is not kept apart from '&'.
-    /// @throws Poco::SyntaxException when `url` is no URI.
+    /// encoded; a collection ends in one '/', an element in none. What it has written stays as it is:
+    /// normalizeUrl(normalizeUrl(x)) == normalizeUrl(x). An encoded plus sign in a query stays encoded, since
+    /// a plain one is read as a space. Limits: %2F in a path becomes '/', %26 and %3D in a query are not kept
+    /// apart from '&' and '='.
+    /// @throws Poco::SyntaxException when `url` is not a URI; when its query cannot be decoded; when its path
+    /// does not begin with '/' and what stands before a ':' is or would become a scheme ("mailto:x")
     std::string normalizeUrl(const std::string& url);
 
     /// A number in decimal that no other handler of the process has got; the first one is 11.
@@ -243,7 +247,8 @@ private:
     // registry (ServiceHandler.cpp)
     void attachToRegistry(WebSocketRequestHandler::Ptr registry);
     void detachFromRegistry();
-    void addDelegates(WebSocketRequestHandler& worker);
+    using DataHandler = void (ServiceHandler::*)(const Nubo::Net::WebsocketDataEventPayload&);
+    void addDelegates(WebSocketRequestHandler& worker, DataHandler onData);
     void removeDelegates(WebSocketRequestHandler& worker);
     void retire();
     void leaveRegistryAndService();
@@ -284,8 +289,12 @@ private:
     uint64_t sendToService(const Nubo::Command::WebSocketRequestObject& request);
 
     // notifications (ServiceHandlerNotifications.cpp)
+    enum class Origin { OwnConnection, Elsewhere };
+    void OwnConnectionDataHandler(const Nubo::Net::WebsocketDataEventPayload& payload);
+    void receive(const Nubo::Net::WebsocketDataEventPayload& payload, Origin origin);
     bool concerns(const std::vector<ParsedText_t>& texts) const;
-    void postNotifications(const std::vector<ParsedText_t>& texts);
+    void postNotification(const ParsedText_t& parsed, Origin origin,
+                          const std::shared_ptr<const void>& receipt);
     void handleServiceUpdates(const Poco::JSON::Object& notification);
     void handleNotification(const Poco::JSON::Object::Ptr& data, const std::string& event,
                             const std::string& type);
@@ -334,6 +343,8 @@ private:
     const std::unique_ptr<ReconnectThread> _reconnectThread;  // locks itself
     // Who subscribes to what: the index over the two maps above. Caller's thread only.
     const std::unique_ptr<SubscriptionBook> _book;
+    // Bounds the lines about what peers send; locks itself.
+    const std::unique_ptr<Logging::LineLimit> _badDataLines;
 };
 
 }  // namespace Nubo::Client

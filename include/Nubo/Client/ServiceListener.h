@@ -21,8 +21,8 @@ class IClientLibInterface;
 /// becomes available or unavailable, and of the notifications of its own subscriptions.
 ///
 /// Order of use, on the caller's thread: construct, addServiceToMonitor() for each service, startup(),
-/// addSubscription() once available, shutdown(), destroy. It may be started again after shutdown(). It is
-/// shut down before the ClientLib. Nothing throws to the caller.
+/// addSubscription() once available, shutdown(), destroy. It may be started again after shutdown(), which has
+/// removed its subscriptions. It is shut down before the ClientLib. Nothing throws to the caller.
 ///
 /// Availability is remembered for the first sixteen services by name: those behind them count when deciding
 /// whether all mandatory ones are available, but their changes alone report nothing.
@@ -45,10 +45,15 @@ public:
     /// which an Error line says. Not from inside a callback of this listener.
     ~ServiceListener() override;
 
-    /// Hooks the listener on its services and reports what is available already, from within this call.
-    /// @pre each monitored service has a handler, else an Error line; without services an Error line as well
+    /// Hooks the listener on its services and reports what is available already, from within this call; also
+    /// when it is started again and nothing has changed meanwhile. Its earlier subscriptions are gone then:
+    /// they are placed anew. Likewise when ClientLib::addService() has replaced a handler: the listener is
+    /// shut down and started again, since it hears the replaced one only, which is silent.
+    /// @pre each monitored service has a handler, else an Error line, and the listener is not started, and on
+    /// no handler; without services an Error line as well
     void startup() override;
-    /// Unhooks the listener and removes its subscriptions. Allowed inside its own callbacks.
+    /// Unhooks the listener and removes its subscriptions. Allowed inside its own callbacks, also in the one
+    /// that startup() makes.
     void shutdown() override;
 
     /// The set became available (also: changed while all mandatory services are available, for example when
@@ -70,8 +75,9 @@ public:
     NotificationStates getLastNotificationState() const;  ///< what was last reported
 
     /// Adds a service whose handler is already registered with the ClientLib (else a Warning line); the first
-    /// flag given for a name stays. After startup() (a Warning line) it counts at once where availability is
-    /// judged, but its own changes and notifications are heard only after the next startup().
+    /// flag given for a name stays. After startup(), or in the callback that it makes, (a Warning line) it
+    /// counts at once where availability is judged, but its own changes and notifications are heard only
+    /// after the next startup().
     void addServiceToMonitor(const std::string& serviceName, bool optional);
 
     /// Subscribes to a resource of a monitored, available service.
@@ -98,10 +104,13 @@ public:
         const ServiceHandler::ServiceHandlerNotificationData_t& data);
 
 private:
+    /// What is reported: changes only, or also what is available as it was before.
+    enum class Report { Changes, WhatIsThere };
     /// What one walk over the monitored services found.
     struct Evaluation_t {
         uint32_t mask;
         bool allAvailable;
+        Report report;
     };
 
     ServiceHandler::Ptr requireHandler(const std::string& serviceName) const;
@@ -112,7 +121,10 @@ private:
     std::vector<std::string> monitoredServices();
     void removeAllSubscriptions();
     void insertService(const std::string& serviceName, bool optional);
-    Evaluation_t evaluateServices();
+    void giveUpStartup(const std::string& reason);
+    void evaluateAndReport(const ServiceHandler::ServiceRegistrationEventData_t& data, Report report);
+    Evaluation_t evaluateServices(Report report);
+    bool isNews(const Evaluation_t& evaluation) const;
     void reportAvailable(const Evaluation_t& evaluation);
     void reportUnavailable(Evaluation_t evaluation, const std::string& serviceName);
     bool clearAvailability(const std::string& serviceName, uint32_t& mask);

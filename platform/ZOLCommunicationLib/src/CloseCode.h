@@ -11,6 +11,7 @@ struct CloseCode {
     static constexpr std::uint16_t PROTOCOL_ERROR = 1002;
     static constexpr std::uint16_t NO_STATUS = 1005;  // never on the wire
     static constexpr std::uint16_t INVALID_PAYLOAD = 1007;
+    static constexpr std::uint16_t POLICY_VIOLATION = 1008;
     static constexpr std::uint16_t TOO_BIG = 1009;
     static constexpr std::uint16_t INTERNAL_ERROR = 1011;
 };

@@ -7,34 +7,44 @@
 
 #include <algorithm>
 #include <cerrno>
+#include <exception>
+#include <new>
 #include <utility>
 
 #include "BufferedBytes.h"
 #include "CloseCode.h"
 #include "EventRaiser.h"
 #include "Reasons.h"
+#include "RefusedMessage.h"
 
 namespace Nubo::Net {
 
 Connection::Connection(const Poco::SharedPtr<WebSocketProxy>& proxy, std::shared_ptr<SendChannel> channel,
                        std::chrono::milliseconds silence, EventRaiser& events)
-    : _proxy(proxy), _channel(std::move(channel)), _silence(silence), _events(events) {}
+    : _proxy(proxy),
+      _channel(std::move(channel)),
+      _undelivered(std::make_shared<Undelivered>(_channel)),
+      _silence(silence),
+      _events(events) {}
 
 void Connection::start(TimePoint now) {
     _lastByte = now;
     Poco::SharedPtr<Poco::Net::WebSocket> socket(_proxy->webSocket);
     const std::string bytes = takeBufferedBytes(*socket);
-    received(now, bytes.data(), bytes.data() + bytes.size());
+    const char* const end = bytes.data() + bytes.size();
+    keepUnread(now, received(now, bytes.data(), end), end);
     attention(now);
 }
 
 // One read a turn, so that a peer that floods does not keep the others waiting. What does not fit stays where
 // it is, and the descriptor stays readable.
 void Connection::readable(TimePoint now, std::vector<char>& room) {
+    if (_phase == Phase::Open && (_paused || !_unread.empty())) return;  // the rest of it comes first
     const ssize_t size = ::recv(descriptor(), room.data(), room.size(), MSG_DONTWAIT);
     if (size > 0) {
         _lastByte = now;
-        received(now, room.data(), room.data() + size);
+        const char* const end = room.data() + size;
+        keepUnread(now, received(now, room.data(), end), end);
     } else if (size == 0) {
         over(_channel->closing() ? Reasons::closeCut() : Reasons::endOfStream());
     } else if (errno != EAGAIN && errno != EINTR) {
@@ -42,29 +52,87 @@ void Connection::readable(TimePoint now, std::vector<char>& room) {
     }
 }
 
-void Connection::received(TimePoint now, const char* data, const char* end) {
-    while (isOpen()) {
-        switch (_decoder.next(data, end)) {
-            case FrameDecoder::Event::NeedMore:
-                flush(now);
-                return;
-            case FrameDecoder::Event::Message:
-                _events.data(_proxy, _decoder.takeMessage(), _decoder.messageFlags());
-                break;
-            case FrameDecoder::Event::Ping:
-                _channel->queuePong(_decoder.control());
-                break;
-            case FrameDecoder::Event::Pong:
-                break;
-            case FrameDecoder::Event::Close:
-                peerClosed(now);
-                break;
-            case FrameDecoder::Event::Error:
-                finish(now, Reasons::protocolError(_decoder.errorCode(), _decoder.errorText()),
-                       _decoder.errorCode());
-                break;
-        }
+// As much as one turn allows, so that a peer that floods does not keep the others waiting.
+// @return behind what has been decoded
+const char* Connection::received(TimePoint now, const char* data, const char* end) {
+    const auto turnOver = std::chrono::steady_clock::now() + TransportLimits::TURN_TIME;
+    for (std::size_t count = 0; isOpen() && !_paused && count < TransportLimits::TURN_MESSAGES; ++count) {
+        const FrameDecoder::Event event = _decoder.next(data, end);
+        if (event == FrameDecoder::Event::NeedMore) break;
+        act(now, event);
+        if (std::chrono::steady_clock::now() >= turnOver) break;
     }
+    if (!_decoder.inMessage())
+        _messageBegan = TimePoint::max();
+    else if (_messageBegan == TimePoint::max())
+        _messageBegan = now;
+    flush(now);
+    return isOpen() ? data : end;
+}
+
+void Connection::keepUnread(TimePoint now, const char* rest, const char* end) {
+    _unread.assign(rest, end);
+    _unreadFrom = 0;
+    _nextTurn = now + TimePoint::duration(1);  // later than now, which is the time of the whole turn
+}
+
+// The next turn of what the last ones have left.
+void Connection::readOn(TimePoint now) {
+    if (_unread.empty() || _paused) return;
+    const char* const end = _unread.data() + _unread.size();
+    const char* const rest = received(now, _unread.data() + _unreadFrom, end);
+    _unreadFrom = static_cast<std::size_t>(rest - _unread.data());
+    _nextTurn = now + TimePoint::duration(1);
+    if (rest == end) std::string().swap(_unread);
+}
+
+void Connection::act(TimePoint now, FrameDecoder::Event event) {
+    switch (event) {
+        case FrameDecoder::Event::NeedMore:
+        case FrameDecoder::Event::Pong:
+            break;
+        case FrameDecoder::Event::Message:
+            deliver(now);
+            break;
+        case FrameDecoder::Event::Ping:
+            _channel->queuePong(_decoder.control());
+            break;
+        case FrameDecoder::Event::Close:
+            peerClosed(now);
+            break;
+        case FrameDecoder::Event::Error:
+            finish(now, Reasons::protocolError(_decoder.errorCode(), _decoder.errorText()),
+                   _decoder.errorCode());
+            break;
+    }
+}
+
+// A pong does not wait for what delegates do with the message.
+void Connection::deliver(TimePoint now) {
+    _messageBegan = TimePoint::max();
+    if (!_wantsWrite) flush(now);
+    std::string message = _decoder.takeMessage();
+    auto receipt = _undelivered->receipt(message);
+    try {
+        _events.data(_proxy, std::move(message), _decoder.messageFlags(), std::move(receipt));
+    } catch (const RefusedMessage& e) {
+        finish(now, e.what(), CloseCode::POLICY_VIOLATION);
+    }
+    pauseWhenTooMuch(now);
+}
+
+void Connection::pauseWhenTooMuch(TimePoint now) {
+    if (_phase != Phase::Open || !_undelivered->tooMuch()) return;
+    _paused = true;
+    _pausedSince = now;
+}
+
+// The peer could not be heard meanwhile: its times go on where they stood, and it has not been silent.
+void Connection::resume(TimePoint now) {
+    _paused = false;
+    _lastByte = now;
+    if (_messageBegan != TimePoint::max()) _messageBegan += now - _pausedSince;
+    readOn(now);
 }
 
 void Connection::peerClosed(TimePoint now) {
@@ -85,38 +153,41 @@ void Connection::attention(TimePoint now) {
             _channel->queueClose(CloseCode::NORMAL);
             linger(now);
         } else {
-            noticeSender(now);
+            checkChannel(now);
+            if (_paused && _undelivered->hasRoom()) resume(now);
         }
     }
     flush(now);
 }
 
-void Connection::noticeSender(TimePoint now) {
-    const TimePoint since = _channel->sendingSince();
-    if (since == TimePoint())
-        _senderWatch.end();
-    else
-        _senderWatch.begin(since, now, descriptor());
+void Connection::checkChannel(TimePoint now) {
     if (_channel->closeWanted()) _channel->queueClose(CloseCode::NORMAL);
     if (_channel->closing()) expectEnd(now, Reasons::closeUnanswered());
-    if (const std::string* const why = _channel->failure()) expectEnd(now, Reasons::sendFailed(*why));
+    const std::string* const failure = _channel->failure();
+    if (failure != nullptr && _channel->stalled())
+        over(*failure);
+    else if (failure != nullptr)
+        expectEnd(now, Reasons::sendFailed(*failure));
 }
 
 void Connection::timeout(TimePoint now) {
     if (now >= _endsAt) over(_endReason);
-    if (_phase != Phase::Open) return;
-    checkSends(now);
-    if (_phase == Phase::Open) checkFrame(now);
-    if (_phase == Phase::Open) checkSilence(now);
+    if (_phase == Phase::Open) checkQueue(now);
+    if (_phase == Phase::Open && !_paused) readOn(now);
+    if (_phase == Phase::Open && !_paused) checkMessage(now);
+    if (_phase == Phase::Open && !_paused) checkFrame(now);
+    if (_phase == Phase::Open && !_paused) checkSilence(now);
 }
 
-void Connection::checkSends(TimePoint now) {
-    if (_senderWatch.active()) noticeSender(now);
-    const bool senderStalled = _senderWatch.active() && _senderWatch.stalled(now, descriptor());
-    const bool queueStalled = _queueWatch.active() && _queueWatch.stalled(now, descriptor());
-    if (!senderStalled && !queueStalled) return;
-    _channel->markStalled();
-    over(Reasons::sendStalled());
+// What waits here is the manager's own: a sender watches itself.
+void Connection::checkQueue(TimePoint now) {
+    if (!_queueWatch.active()) return;
+    if (_queueWatch.stalled(now, descriptor()) || now >= _channel->queueDue()) over(Reasons::sendStalled());
+}
+
+void Connection::checkMessage(TimePoint now) {
+    if (_messageBegan == TimePoint::max() || now - _messageBegan < TransportLimits::MESSAGE_TOTAL) return;
+    finish(now, Reasons::messageIncomplete(), CloseCode::POLICY_VIOLATION);
 }
 
 void Connection::checkFrame(TimePoint now) {
@@ -159,16 +230,16 @@ void Connection::managerStopping(TimePoint now) {
     if (_phase == Phase::Open) finish(now, Reasons::managerStopped(), CloseCode::NORMAL);
 }
 
-void Connection::failed(TimePoint now, const char* what) {
-    if (_phase == Phase::Open) finish(now, Reasons::internalError(what), CloseCode::INTERNAL_ERROR);
-}
-
-void Connection::abort(const char* what) noexcept {
+void Connection::failed(TimePoint now, const char* what) noexcept {
     try {
-        over(Reasons::internalError(what));
-    } catch (...) {
-        _phase = Phase::Ended;  // not even the report could be made
+        if (_phase == Phase::Open) {
+            finish(now, Reasons::internalError(what), CloseCode::INTERNAL_ERROR);
+            return;
+        }
+    } catch (const std::exception&) {
+        // Not even that: the peer is not told.
     }
+    over(std::string());
 }
 
 void Connection::flush(TimePoint now) {
@@ -181,13 +252,12 @@ void Connection::flush(TimePoint now) {
             if (!_queueWatch.active()) _queueWatch.begin(now, now, descriptor());
             return;
         case SendChannel::Flushed::Failed:
-            if (_phase == Phase::Open) noticeSender(now);
+            if (_phase == Phase::Open) checkChannel(now);
             break;
         case SendChannel::Flushed::Done:
             break;
     }
     _queueWatch.end();
-    if (_phase == Phase::Lingering) _channel->shutSendSide();
 }
 
 // The peer is told why, as far as it listens.
@@ -199,8 +269,8 @@ void Connection::finish(TimePoint now, const std::string& reason, std::uint16_t 
 }
 
 void Connection::over(const std::string& reason) {
-    const bool wasOpen = std::exchange(_phase, Phase::Ended) == Phase::Open;
-    if (wasOpen) report(reason);
+    _phase = Phase::Ended;
+    report(reason);
 }
 
 void Connection::linger(TimePoint now) {
@@ -216,21 +286,43 @@ void Connection::expectEnd(TimePoint now, const std::string& reason) {
 }
 
 void Connection::report(const std::string& reason) {
-    if (_channel->claimEnd(SendChannel::End::Over)) _events.closed(_proxy, reason);
+    if (!_channel->claimEnd(SendChannel::End::Over)) return;
+    _unreported = true;
+    try {
+        _endReported = reason;
+    } catch (const std::bad_alloc&) {
+        // It stays empty.
+    }
+    tryReport();
+}
+
+bool Connection::tryReport() {
+    if (_unreported) _unreported = !_events.closed(_proxy, _endReported);
+    return !_unreported;
 }
 
 Connection::TimePoint Connection::deadline() const {
     TimePoint due = _endsAt;
     if (_phase != Phase::Open) return due;
+    if (_queueWatch.active()) due = std::min({due, _queueWatch.due(), _channel->queueDue()});
+    return _paused ? due : std::min(due, peersDeadline());
+}
+
+Connection::TimePoint Connection::peersDeadline() const {
+    TimePoint due = _unread.empty() ? TimePoint::max() : _nextTurn;
+    if (_messageBegan != TimePoint::max())
+        due = std::min<TimePoint>(due, _messageBegan + TransportLimits::MESSAGE_TOTAL);
     if (_decoder.inFrame()) due = std::min<TimePoint>(due, _lastByte + TransportLimits::FRAME_STALL);
-    if (_senderWatch.active()) due = std::min(due, _senderWatch.due());
-    if (_queueWatch.active()) due = std::min(due, _queueWatch.due());
     if (_silence.count() == 0 || _channel->closing()) return due;
     return std::min<TimePoint>(due, (pingUnanswered() ? _pingSent : _lastByte) + _silence);
 }
 
+bool Connection::tryFinish(bool lastTime) {
+    const bool closed = _channel->end() == SendChannel::End::Forgotten || tryClose();
+    return (tryReport() || lastTime) && closed;
+}
+
 bool Connection::tryClose() {
-    if (_channel->end() == SendChannel::End::Forgotten) return true;
     Poco::SharedPtr<Poco::Net::WebSocket> socket(_proxy->webSocket);
     try {
         return _channel->tryClose(*socket);

@@ -18,6 +18,13 @@
 
 namespace Nubo::Net {
 
+namespace {
+
+constexpr std::chrono::milliseconds END_RETRY{
+    50};  // while an end waits for memory to be reported, or for a sender to leave
+
+}  // namespace
+
 ConnectionLoop::ConnectionLoop(WebsocketConnectionManager& manager)
     : _manager(manager),
       _events(manager),
@@ -37,6 +44,7 @@ ConnectionLoop::ConnectionLoop(WebsocketConnectionManager& manager)
 ConnectionLoop::~ConnectionLoop() {
     _mailbox->stop();
     _thread.join();
+    _mailbox->close();
 }
 
 void ConnectionLoop::add(const Poco::SharedPtr<Poco::Net::WebSocket>& socket,
@@ -45,14 +53,9 @@ void ConnectionLoop::add(const Poco::SharedPtr<Poco::Net::WebSocket>& socket,
     if (key->sockfd() == POCO_INVALID_SOCKET) throw Poco::Net::InvalidSocketException();
     const auto channel = std::make_shared<SendChannel>(key, key->sockfd(), _mailbox);
     const Poco::SharedPtr<WebSocketProxy> proxy(new WebSocketProxy(socket, &_manager));
-    auto connection = std::make_unique<Connection>(proxy, channel, silence, _events);
-    if (!SendRegistry::insert(channel)) return;
-    try {
-        _mailbox->add(std::move(connection));
-    } catch (...) {
-        SendRegistry::erase(*channel);
-        throw;
-    }
+    ServedMap one;
+    one.try_emplace(channel->key(), std::make_unique<Connection>(proxy, channel, silence, _events));
+    if (SendRegistry::insert(channel)) _mailbox->add(one.extract(one.begin()));
 }
 
 void ConnectionLoop::callLater(std::chrono::milliseconds delay, std::function<void()> action) {
@@ -78,6 +81,7 @@ void ConnectionLoop::turn() {
 // Until the nearest timer, rounded up so that it has passed then; -1 without one.
 int ConnectionLoop::waitMilliseconds() {
     TimePoint due = std::min(_upgrades.next(), _stopAt);
+    if (!_ended.empty()) due = std::min<TimePoint>(due, _now + END_RETRY);
     if (!_timers.empty()) due = std::min(due, _timers.begin()->first);
     if (!_later.empty()) due = std::min(due, _later.begin()->first);
     if (!_served.empty()) due = std::min(due, _ownerCheck);
@@ -92,36 +96,34 @@ void ConnectionLoop::serveReady(const epoll_event& event) {
         readMail();
         return;
     }
-    if (!served->watched) return;  // ended earlier in this turn
+    if (served->interest == 0) return;  // changed its mind earlier in this turn
     if ((event.events & EPOLLOUT) != 0) serve(*served, [&](Connection& c) { c.writable(_now); });
-    if ((event.events & ~static_cast<unsigned>(EPOLLOUT)) != 0 && served->watched)
+    if ((event.events & ~static_cast<unsigned>(EPOLLOUT)) != 0 && served->interest != 0)
         serve(*served, [&](Connection& c) { c.readable(_now, _room); });
 }
 
 void ConnectionLoop::readMail() {
     Mailbox::Mail mail = _mailbox->collect();
-    for (auto& connection : mail.added) begin(std::move(connection));
-    for (const Mailbox::Key key : mail.attention) {
-        const auto found = _served.find(key);
-        if (found != _served.end()) serve(*found->second, [&](Connection& c) { c.attention(_now); });
+    while (!mail.added.empty()) begin(mail.added.extract(mail.added.begin()));
+    while (const auto channel = _mailbox->nextAttention()) {
+        const auto found = _served.find(channel->key());
+        if (found != _served.end()) serve(found->second, [&](Connection& c) { c.attention(_now); });
     }
     _later.merge(mail.later);
     if (mail.stop) beginStop();
 }
 
-void ConnectionLoop::begin(std::unique_ptr<Connection> connection) {
+void ConnectionLoop::begin(ServedMap::node_type connection) {
     if (_served.empty()) _ownerCheck = _now + TransportLimits::OWNER_CHECK;
-    const Mailbox::Key key = connection->channel().key();
-    Served& served = *_served.emplace(key, std::make_unique<Served>(std::move(connection))).first->second;
-    if (watch(served, EPOLL_CTL_ADD, EPOLLIN))
-        serve(served, [&](Connection& c) { c.start(_now); });
-    else
-        serve(served, [&](Connection& c) { c.failed(_now, "the descriptor cannot be waited for"); });
+    Served& served = _served.insert(std::move(connection)).position->second;
+    served.moveTo(_open);
+    serve(served, [&](Connection& c) { c.start(_now); });
+    if (_stopAt != TimePoint::max()) serve(served, [&](Connection& c) { c.managerStopping(_now); });
 }
 
 void ConnectionLoop::beginStop() {
     _stopAt = _now + TransportLimits::STOP_GRACE;
-    for (const auto& entry : _served) serve(*entry.second, [&](Connection& c) { c.managerStopping(_now); });
+    serveAll(_open, [&](Connection& c) { c.managerStopping(_now); });
 }
 
 void ConnectionLoop::runTimers() {
@@ -133,8 +135,7 @@ void ConnectionLoop::runTimers() {
     }
     callDue();
     if (_ownerCheck <= _now) checkOwners();
-    if (_stopAt <= _now)
-        for (const auto& entry : _served) serve(*entry.second, [](Connection& c) { c.lingeredEnough(); });
+    if (_stopAt <= _now) serveAll(_lingering, [](Connection& c) { c.lingeredEnough(); });
 }
 
 void ConnectionLoop::callDue() {
@@ -151,7 +152,7 @@ void ConnectionLoop::callDue() {
 // A walk over all connections, once a second: two reads each.
 void ConnectionLoop::checkOwners() {
     _ownerCheck = _now + TransportLimits::OWNER_CHECK;
-    for (const auto& entry : _served) serve(*entry.second, [&](Connection& c) { c.ownersChecked(_now); });
+    serveAll(_open, [&](Connection& c) { c.ownersChecked(_now); });
 }
 
 // Has the connection act, and arranges for what it then needs.
@@ -160,69 +161,83 @@ void ConnectionLoop::serve(Served& served, const Action& action) {
     try {
         action(*served.connection);
     } catch (const std::exception& e) {
-        served.connection->abort(e.what());
+        served.connection->failed(_now, e.what());
     }
     settle(served);
 }
 
+// The action may move the connection to another list.
+template <typename Action>
+void ConnectionLoop::serveAll(Served::List& list, const Action& action) {
+    for (auto next = list.begin(); next != list.end();) serve(**next++, action);
+}
+
 void ConnectionLoop::settle(Served& served) {
-    const Connection& connection = *served.connection;
+    Connection& connection = *served.connection;
+    if (!connection.ended() && !watch(served)) connection.failed(_now, "the descriptor cannot be waited for");
     if (connection.ended()) {
         retire(served);
         return;
     }
-    if (connection.wantsWrite() != served.writing) {
-        served.writing = connection.wantsWrite();
-        watch(served, EPOLL_CTL_MOD, EPOLLIN | (served.writing ? EPOLLOUT : 0U));
-    }
     const TimePoint due = connection.deadline();
     if (due < served.due) setTimer(served, due);
-    if (connection.lingering() && !served.lingering) limitLingering(served);
+    if (connection.lingering() && served.list != &_lingering) limitLingering(served);
 }
 
 // Waits for nothing any more. The shutdown ends a send that a sender may be in.
 void ConnectionLoop::retire(Served& served) {
-    if (!served.watched) return;
-    watch(served, EPOLL_CTL_DEL, 0);
+    if (served.list == &_ended) return;
+    served.moveTo(_ended);
+    setInterest(served, 0);
     setTimer(served, TimePoint::max());
-    _lingering.erase(std::remove(_lingering.begin(), _lingering.end(), &served), _lingering.end());
     const bool forgotten = served.connection->channel().end() == SendChannel::End::Forgotten;
     if (!forgotten) ::shutdown(served.connection->descriptor(), SHUT_RDWR);
-    _ended.push_back(&served);
 }
 
 void ConnectionLoop::closeEnded() {
-    const auto closed = [](const Served* served) { return served->connection->tryClose(); };
-    const auto rest = std::stable_partition(_ended.begin(), _ended.end(), closed);
-    std::for_each(_ended.begin(), rest, [this](Served* served) { letGo(*served); });
-    _ended.erase(_ended.begin(), rest);
+    for (auto next = _ended.begin(); next != _ended.end();) {
+        Served& served = **next++;
+        if (served.connection->tryFinish(_stopAt <= _now)) letGo(served);
+    }
 }
 
 void ConnectionLoop::letGo(Served& served) {
-    const Mailbox::Key key = served.connection->channel().key();
     SendRegistry::erase(served.connection->channel());
-    _served.erase(key);
+    _ended.erase(served.place);
+    _served.erase(served.connection->channel().key());
 }
 
 void ConnectionLoop::limitLingering(Served& served) {
-    served.lingering = true;
-    _lingering.push_back(&served);
+    served.moveTo(_lingering);
     if (_lingering.size() > TransportLimits::MAX_LINGERING)
         serve(*_lingering.front(), [](Connection& c) { c.lingeredEnough(); });
 }
 
 void ConnectionLoop::setTimer(Served& served, TimePoint due) {
-    if (served.due != TimePoint::max()) _timers.erase({served.due, &served});
+    if (served.due != TimePoint::max()) served.timer = _timers.extract({served.due, &served});
     served.due = due;
-    if (due != TimePoint::max()) _timers.emplace(due, &served);
+    if (due == TimePoint::max()) return;
+    served.timer.value() = {due, &served};
+    _timers.insert(std::move(served.timer));
 }
 
-bool ConnectionLoop::watch(Served& served, int operation, unsigned events) {
+// What is neither to be read nor written is taken out: a peer that hangs up would be reported all the time.
+bool ConnectionLoop::watch(Served& served) {
+    const Connection& connection = *served.connection;
+    return setInterest(served,
+                       (connection.wantsRead() ? EPOLLIN : 0U) | (connection.wantsWrite() ? EPOLLOUT : 0U));
+}
+
+bool ConnectionLoop::setInterest(Served& served, unsigned events) {
+    const unsigned before = served.interest;
+    if (events == before) return true;
+    const int operation = before == 0 ? EPOLL_CTL_ADD : events == 0 ? EPOLL_CTL_DEL : EPOLL_CTL_MOD;
     epoll_event event{};
     event.events = events;
     event.data.ptr = &served;
-    served.watched = operation != EPOLL_CTL_DEL;
-    return ::epoll_ctl(_epoll.get(), operation, served.connection->descriptor(), &event) == 0;
+    if (::epoll_ctl(_epoll.get(), operation, served.connection->descriptor(), &event) != 0) return false;
+    served.interest = events;
+    return true;
 }
 
 }  // namespace Nubo::Net

@@ -9,16 +9,13 @@
 #include <chrono>
 #include <functional>
 #include <memory>
-#include <set>
 #include <thread>
-#include <unordered_map>
-#include <utility>
 #include <vector>
 
-#include "Connection.h"
 #include "Descriptor.h"
 #include "EventRaiser.h"
 #include "Mailbox.h"
+#include "Served.h"
 #include "UpgradeDeadlines.h"
 
 struct epoll_event;
@@ -49,22 +46,12 @@ public:
 private:
     using TimePoint = MonotonicClock::TimePoint;
 
-    /// A connection and what the loop has arranged for it.
-    struct Served {
-        explicit Served(std::unique_ptr<Connection> c) : connection(std::move(c)) {}
-        const std::unique_ptr<Connection> connection;
-        TimePoint due = TimePoint::max();  // its entry in _timers; max: it has none
-        bool watched = false;              // by epoll
-        bool writing = false;              // EPOLLOUT is asked for
-        bool lingering = false;            // is in _lingering
-    };
-
     void run();
     void turn();
     int waitMilliseconds();
     void serveReady(const epoll_event& event);
     void readMail();
-    void begin(std::unique_ptr<Connection> connection);
+    void begin(ServedMap::node_type connection);
     void beginStop();
     void runTimers();
     void callDue();
@@ -73,12 +60,15 @@ private:
 
     template <typename Action>
     void serve(Served& served, const Action& action);
+    template <typename Action>
+    void serveAll(Served::List& list, const Action& action);
     void settle(Served& served);
     void retire(Served& served);
     void letGo(Served& served);
     void limitLingering(Served& served);
     void setTimer(Served& served, TimePoint due);
-    bool watch(Served& served, int operation, unsigned events);
+    bool watch(Served& served);
+    bool setInterest(Served& served, unsigned events);
 
     WebsocketConnectionManager& _manager;
     EventRaiser _events;
@@ -88,10 +78,11 @@ private:
 
     // The loop's thread only.
     TimePoint _now;
-    std::unordered_map<Mailbox::Key, std::unique_ptr<Served>> _served;
-    std::set<std::pair<TimePoint, Served*>> _timers;  // at most one a connection, never later than it needs
-    std::vector<Served*> _lingering;                  // oldest first
-    std::vector<Served*> _ended;                      // waiting for their descriptors to be closed
+    ServedMap _served;
+    Served::Timers _timers;   // at most one a connection, never later than it needs
+    Served::List _open;       // each connection is in one of these three
+    Served::List _lingering;  // oldest first
+    Served::List _ended;      // to be reported, and their descriptors closed
     Mailbox::Later _later;
     std::vector<char> _room;
     TimePoint _ownerCheck;

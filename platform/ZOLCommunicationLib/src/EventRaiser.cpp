@@ -1,31 +1,41 @@
 #include "EventRaiser.h"
 
+#include <new>
 #include <utility>
+
+#include "Reasons.h"
+#include "RefusedMessage.h"
 
 namespace Nubo::Net {
 
-namespace {
-
-template <typename Event, typename Payload>
-void raise(Event& event, const void* sender, const Payload& payload) {
+void EventRaiser::data(const Poco::SharedPtr<WebSocketProxy>& proxy, std::string&& message, int flags,
+                       std::shared_ptr<const void> receipt) {
+    WebsocketDataEventPayload payload(proxy);
+    payload.data = std::move(message);
+    payload.flags = flags;
+    payload.receipt = std::move(receipt);
     try {
-        event.notify(sender, payload);
+        _manager.DataAvailable.notify(&_manager, payload);
+    } catch (const std::bad_alloc&) {
+        throw;
+    } catch (const RefusedMessage&) {
+        throw;
     } catch (...) {
         // A delegate's fault: neither the connection nor the thread pays for it.
     }
 }
 
-}  // namespace
-
-void EventRaiser::data(const Poco::SharedPtr<WebSocketProxy>& proxy, std::string&& message, int flags) {
-    WebsocketDataEventPayload payload(proxy);
-    payload.data = std::move(message);
-    payload.flags = flags;
-    raise(_manager.DataAvailable, &_manager, payload);
-}
-
-void EventRaiser::closed(const Poco::SharedPtr<WebSocketProxy>& proxy, const std::string& reason) {
-    raise(_manager.SocketClosed, &_manager, WebsocketEventPayload(proxy, reason));
+bool EventRaiser::closed(const Poco::SharedPtr<WebSocketProxy>& proxy, const std::string& reason) noexcept {
+    try {
+        const WebsocketEventPayload payload(proxy,
+                                            reason.empty() ? Reasons::internalError("no memory") : reason);
+        _manager.SocketClosed.notify(&_manager, payload);
+    } catch (const std::bad_alloc&) {
+        return false;
+    } catch (...) {
+        // As above.
+    }
+    return true;
 }
 
 }  // namespace Nubo::Net

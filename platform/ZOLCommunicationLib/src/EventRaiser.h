@@ -5,17 +5,24 @@
 #include <Nubo/Net/WebsocketConnectionManager.h>
 #include <Poco/SharedPtr.h>
 
+#include <memory>
 #include <string>
 
 namespace Nubo::Net {
 
-/// Raises a manager's events on its thread. What a delegate throws goes no further.
+/// Raises a manager's events on its thread. What a delegate throws goes no further, except the two below.
 class EventRaiser {
 public:
     explicit EventRaiser(WebsocketConnectionManager& manager) : _manager(manager) {}
 
-    void data(const Poco::SharedPtr<WebSocketProxy>& proxy, std::string&& message, int flags);
-    void closed(const Poco::SharedPtr<WebSocketProxy>& proxy, const std::string& reason);
+    /// @throws std::bad_alloc when there was no memory, here or in a delegate: the message is lost.
+    /// @throws RefusedMessage when a delegate has refused the message.
+    void data(const Poco::SharedPtr<WebSocketProxy>& proxy, std::string&& message, int flags,
+              std::shared_ptr<const void> receipt);
+
+    /// False when there was no memory for it, here or in a delegate: to be raised again.
+    /// @param reason  "" for that of an end for which there was no memory.
+    bool closed(const Poco::SharedPtr<WebSocketProxy>& proxy, const std::string& reason) noexcept;
 
 private:
     WebsocketConnectionManager& _manager;

@@ -68,6 +68,11 @@ public:
     std::uint16_t errorCode() const { return _errorCode; }
     const char* errorText() const { return _errorText; }
 
+    /// Whether some but not all bytes of a message have come, its first header included.
+    bool inMessage() const {
+        return !_finished && (_messageOpcode != 0 || (_headerSize != 0 && !isControl()));
+    }
+
     /// Whether some but not all bytes of a frame have come.
     bool inFrame() const { return _headerSize != 0 && !_finished; }
 

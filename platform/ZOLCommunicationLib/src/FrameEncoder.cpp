@@ -41,6 +41,8 @@ void appendLength(std::string& out, std::size_t size) {
 
 void appendFrame(std::string& out, unsigned firstByte, std::string_view payload) {
     const Mask mask = newMask();
+    constexpr std::size_t LONGEST_HEADER = 14;
+    out.reserve(out.size() + LONGEST_HEADER + payload.size());  // the last thing that may throw
     appendNumber(out, firstByte, 1);
     appendLength(out, payload.size());
     out.append(mask.data(), mask.size());

@@ -9,6 +9,7 @@ namespace Nubo::Net {
 
 /// Appends one client's frame to `out`: masked, as RFC 6455, 5.3 demands, with a generator of the calling
 /// thread's own that was seeded from the system's random source.
+/// When that throws, `out` is as before.
 /// @param firstByte  FIN and the opcode.
 void appendFrame(std::string& out, unsigned firstByte, std::string_view payload);
 

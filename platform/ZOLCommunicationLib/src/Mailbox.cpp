@@ -4,8 +4,6 @@
 
 #include <utility>
 
-#include "Connection.h"
-
 namespace Nubo::Net {
 
 namespace {
@@ -22,27 +20,30 @@ Mailbox::~Mailbox() {
     MonotonicClock::removeWaiter(_event.get());
 }
 
-void Mailbox::add(std::unique_ptr<Connection> connection) {
+void Mailbox::add(ServedMap::node_type connection) {
     {
         const Nubo::Util::MutexLock lock(_mutex);
-        _mail.added.push_back(std::move(connection));
+        _mail.added.insert(std::move(connection));
     }
     wake();
 }
 
-void Mailbox::attend(Key key) {
+void Mailbox::attend(std::shared_ptr<SendChannel> channel) noexcept {
     {
         const Nubo::Util::MutexLock lock(_mutex);
-        if (!_mail.attention.empty() && _mail.attention.back() == key) return;  // has been told already
-        _mail.attention.push_back(key);
+        if (_closed || std::exchange(channel->_inMail, true)) return;
+        channel->_nextInMail = std::move(_attention);
+        _attention = std::move(channel);
     }
     wake();
 }
 
 void Mailbox::callAt(MonotonicClock::TimePoint due, std::function<void()> action) {
+    Later later;
+    later.emplace(due, std::move(action));
     {
         const Nubo::Util::MutexLock lock(_mutex);
-        _mail.later.emplace(due, std::move(action));
+        _mail.later.merge(later);
     }
     wake();
 }
@@ -71,7 +72,28 @@ Mailbox::Mail Mailbox::collect() {
     eventfd_t count = 0;
     ::eventfd_read(_event.get(), &count);  // before the look, so that later mail wakes again
     const Nubo::Util::MutexLock lock(_mutex);
+    _collected = std::move(_attention);
     return std::exchange(_mail, Mail());
+}
+
+// From here on the connection is told anew.
+std::shared_ptr<SendChannel> Mailbox::nextAttention() {
+    const Nubo::Util::MutexLock lock(_mutex);
+    std::shared_ptr<SendChannel> next = std::move(_collected);
+    if (next) {
+        _collected = std::move(next->_nextInMail);
+        next->_inMail = false;
+    }
+    return next;
+}
+
+void Mailbox::close() {
+    {
+        const Nubo::Util::MutexLock lock(_mutex);
+        _closed = true;
+    }
+    collect();
+    while (nextAttention()) continue;
 }
 
 }  // namespace Nubo::Net

@@ -7,28 +7,23 @@
 #include <functional>
 #include <map>
 #include <memory>
-#include <vector>
 
 #include "Descriptor.h"
+#include "SendChannel.h"
+#include "Served.h"
 
 namespace Nubo::Net {
 
-class Connection;
-
 /// What other threads have for a manager's thread, with the event descriptor that wakes it. Any thread may
 /// post, never blocks for long, and may still do so when the manager is gone. The clock wakes the thread here
-/// too.
+/// too. What is posted brings its own memory, so that the manager's thread needs none to take it.
 class Mailbox {
 public:
-    /// Names a connection: the address of its socket's implementation.
-    using Key = const void*;
-
     /// What the manager's thread is to do, and when.
     using Later = std::multimap<MonotonicClock::TimePoint, std::function<void()>>;
 
     struct Mail {
-        std::vector<std::unique_ptr<Connection>> added;
-        std::vector<Key> attention;  // may name connections that are gone
+        ServedMap added;
         Later later;
         bool stop = false;
     };
@@ -39,10 +34,10 @@ public:
     Mailbox(const Mailbox&) = delete;
     Mailbox& operator=(const Mailbox&) = delete;
 
-    void add(std::unique_ptr<Connection> connection);
+    void add(ServedMap::node_type connection);
 
-    /// Has the manager's thread look at the state that the connection shares with senders.
-    void attend(Key key);
+    /// Has the manager's thread look at the state that the connection shares with other threads.
+    void attend(std::shared_ptr<SendChannel> channel) noexcept;
 
     void callAt(MonotonicClock::TimePoint due, std::function<void()> action);
 
@@ -53,15 +48,30 @@ public:
     void bindToThisThread();
     bool onManagerThread() const;
 
-    /// For the manager's thread: the descriptor to wait for, and what has come since the last call.
+    // For the manager's thread.
+
+    /// The descriptor to wait for.
     int descriptor() const { return _event.get(); }
+
+    /// What has come since the last call.
     Mail collect();
+
+    /// The connections to be looked at that were in the last collect(), one by one; null at the end. Each may
+    /// be gone.
+    std::shared_ptr<SendChannel> nextAttention();
+
+    /// Nobody collects any more: what comes is thrown away.
+    void close();
 
 private:
     const Descriptor _event;  // of eventfd(2)
 
     Nubo::Util::Mutex _mutex;
     Mail _mail ZOL_GUARDED_BY(_mutex);
+    // Linked by SendChannel::_nextInMail.
+    std::shared_ptr<SendChannel> _attention ZOL_GUARDED_BY(_mutex);
+    std::shared_ptr<SendChannel> _collected ZOL_GUARDED_BY(_mutex);
+    bool _closed ZOL_GUARDED_BY(_mutex) = false;
 };
 
 }  // namespace Nubo::Net

@@ -59,6 +59,14 @@ std::string frameStalled() {
     return "frame stalled";
 }
 
+std::string messageIncomplete() {
+    return "message not complete within " + milliseconds(TransportLimits::MESSAGE_TOTAL);
+}
+
+std::string tooManyObjects() {
+    return "more than " + std::to_string(TransportLimits::MAX_OBJECTS) + " JSON objects in one message";
+}
+
 std::string noPong(std::chrono::milliseconds time) {
     return "no pong within " + milliseconds(time);
 }

@@ -15,10 +15,12 @@ std::string closeUnanswered();                  // closed by this side, no answe
 std::string closeCut();                         // closed by this side, end of stream
 std::string endOfStream();                      // end of stream
 std::string receiveFailed(int error);           // connection reset by peer; receive failed: <system's text>
-std::string sendFailed(const std::string& why);                   // send failed: <why>
-std::string sendStalled();                                        // send stalled
-std::string frameStalled();                                       // frame stalled
-std::string noPong(std::chrono::milliseconds time);               // no pong within 5000 ms
+std::string sendFailed(const std::string& why);      // send failed: <why>
+std::string sendStalled();                           // send stalled
+std::string frameStalled();                          // frame stalled
+std::string messageIncomplete();                     // message not complete within 60000 ms
+std::string tooManyObjects();                        // more than 16384 JSON objects in one message
+std::string noPong(std::chrono::milliseconds time);  // no pong within 5000 ms
 std::string protocolError(std::uint16_t code, const char* what);  // protocol error: <what>; message too big
 std::string managerStopped();                                     // connection manager stopped
 std::string internalError(const char* what);                      // internal error: <what>

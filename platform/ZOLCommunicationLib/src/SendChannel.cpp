@@ -2,20 +2,29 @@
 
 #include <Nubo/Net/TransportLimits.h>
 #include <Poco/Net/NetException.h>
+#include <poll.h>
+#include <sys/eventfd.h>
 #include <sys/socket.h>
 
+#include <algorithm>
+#include <array>
 #include <cerrno>
+#include <chrono>
+#include <exception>
 #include <limits>
-#include <utility>
+#include <new>
 
 #include "CloseCode.h"
+#include "Descriptor.h"
 #include "FrameDecoder.h"
 #include "FrameEncoder.h"
+#include "Mailbox.h"
 #include "Reasons.h"
+#include "StallWatch.h"
 
 namespace Nubo::Net {
 
-/// A sender's time with the lock: shown to the manager, which watches how long the send lasts.
+/// A sender's time with the lock.
 class ZOL_THREAD_SAFETY(scoped_lockable) SendChannel::Turn {
 public:
     explicit Turn(SendChannel& channel) ZOL_ACQUIRE(channel._mutex) : _channel(channel) {
@@ -23,9 +32,10 @@ public:
     }
 
     ~Turn() ZOL_RELEASE() {
-        _channel._sendingSince = 0;
+        // A sender that has failed in between leaves its frame to the manager.
+        if (!_channel._pending.empty()) _channel._leftBehind = _channel._managerWaits = true;
         _channel._mutex.unlock();
-        if (_channel._managerWaits.exchange(false)) _channel._mailbox->attend(_channel._key);
+        if (_channel._managerWaits.exchange(false)) _channel.callManager();
     }
 
     Turn(const Turn&) = delete;
@@ -35,72 +45,128 @@ private:
     SendChannel& _channel;
 };
 
-SendChannel::SendChannel(Mailbox::Key key, int descriptor, std::shared_ptr<Mailbox> mailbox)
+/// A sender's wait for its peer, which cancelSends() and the clock end early. Where the system has no
+/// descriptor left for that, it looks up every now and then.
+class SendChannel::Wake {
+public:
+    explicit Wake(SendChannel& channel) : _channel(channel) {
+        try {
+            _event.emplace("eventfd", ::eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK));
+            MonotonicClock::addWaiter(_event->get());
+        } catch (const std::exception&) {
+            // It waits in short steps.
+        }
+        show(_event ? _event->get() : -1);
+    }
+
+    ~Wake() {
+        show(-1);
+        if (_event) MonotonicClock::removeWaiter(_event->get());
+    }
+
+    Wake(const Wake&) = delete;
+    Wake& operator=(const Wake&) = delete;
+
+    /// Returns when the descriptor can be written, at `until`, or when something has happened.
+    void wait(TimePoint until) {
+        constexpr std::chrono::milliseconds::rep STEP{50};
+        std::array<pollfd, 2> events{
+            {{_channel._descriptor, POLLOUT, 0}, {_event ? _event->get() : -1, POLLIN, 0}}};
+        const auto left = std::chrono::ceil<std::chrono::milliseconds>(until - MonotonicClock::now()).count();
+        const auto longest = _event ? std::numeric_limits<int>::max() : STEP;
+        ::poll(events.data(), events.size(), static_cast<int>(std::clamp<decltype(left)>(left, 0, longest)));
+        eventfd_t count = 0;
+        if (_event) ::eventfd_read(_event->get(), &count);
+    }
+
+private:
+    void show(int event) {
+        const Nubo::Util::MutexLock lock(_channel._wakeMutex);
+        _channel._wakeEvent = event;
+    }
+
+    SendChannel& _channel;
+    std::optional<Descriptor> _event;
+};
+
+SendChannel::SendChannel(Key key, int descriptor, std::shared_ptr<Mailbox> mailbox)
     : _key(key), _descriptor(descriptor), _mailbox(std::move(mailbox)) {}
 
-void SendChannel::send(Poco::Net::WebSocket& socket, const std::string& text, int flags) {
-    if (text.size() > static_cast<std::size_t>(std::numeric_limits<int>::max()))
-        throw Poco::InvalidArgumentException("text too long for a frame");
+// --- senders ---
+
+void SendChannel::send(const std::string& text, int flags) {
     if (_mailbox->onManagerThread()) {
         queueMessage(text, flags);
         return;
     }
+    const TimePoint start = MonotonicClock::now();  // the wait for other senders counts
     const Turn turn(*this);
     requireOpenLocked();
-    sendInTurn([&] { socket.sendFrame(text.data(), static_cast<int>(text.size()), flags); });
+    const std::size_t before = _pending.size();
+    appendFrame(_pending, static_cast<unsigned>(flags), text);
+    finishLocked(start, _pending.size() - before);
+}
+
+void SendChannel::requireOpenLocked() const {
+    if (end() == End::Over || end() == End::Removed)
+        throw Poco::Net::InvalidSocketException("connection closed");
+    if (_closeWanted || _closeQueued) throw Poco::Net::InvalidSocketException("close frame sent");
+    if (_failed) throw Poco::Net::InvalidSocketException(_failure);
+    if (_cancelled) throw Poco::IOException("sends cancelled");
+}
+
+// Sends what was begun, and the frame behind it.
+void SendChannel::finishLocked(TimePoint start, std::size_t frameSize) {
+    StallWatch watch(StallWatch::Limit::NoProgressAndTotal);
+    std::optional<Wake> wake;
+    for (;;) {
+        const Flushed result = sendPendingLocked();
+        if (result == Flushed::Done) return;
+        if (result == Flushed::Failed) throw Poco::IOException(_failure);
+        if (!wake) wake.emplace(*this);
+        if (_cancelled) withdrawLocked(frameSize);
+        const TimePoint now = MonotonicClock::now();
+        watch.begin(start, now, _descriptor);
+        if (watch.stalled(now, _descriptor)) {
+            _stalled = true;
+            failLocked(Reasons::sendStalled());
+            throw Poco::TimeoutException(_failure);
+        }
+        wake->wait(watch.due());
+    }
+}
+
+// A frame that was begun stays, so that the close frame can follow it.
+void SendChannel::withdrawLocked(std::size_t frameSize) {
+    if (unsentLocked() >= frameSize) _pending.resize(_pending.size() - frameSize);
+    throw Poco::IOException("send cancelled");
+}
+
+// Part of a frame may have gone out, so that nothing may follow it.
+void SendChannel::failLocked(const std::string& why) noexcept {
+    _managerWaits = true;
+    std::string().swap(_pending);
+    _sent = 0;
+    if (_failed) return;
+    try {
+        _failure = why;
+    } catch (const std::bad_alloc&) {
+        _failure = "no memory";  // short enough to need none
+    }
+    _failed = true;
 }
 
 void SendChannel::sendClose() {
     if (end() == End::Over) throw Poco::Net::InvalidSocketException("connection closed");
     if (_failed) throw Poco::Net::InvalidSocketException(_failure);
     if (end() == End::Removed || _closeWanted.exchange(true)) return;
-    _mailbox->attend(_key);
+    callManager();
 }
 
 void SendChannel::cancelSends() {
     _cancelled = true;
-    const Nubo::Util::MutexLock lock(_descriptorMutex);
-    if (!_descriptorClosed && _sendingSince != 0) ::shutdown(_descriptor, SHUT_RDWR);
-}
-
-// With the lock held. The mailbox is told before the send, since the send may block.
-template <typename Action>
-void SendChannel::sendInTurn(const Action& action) {
-    _sendingSince = MonotonicClock::now().time_since_epoch().count();
-    _mailbox->attend(_key);
-    try {
-        finishBegunLocked();
-        action();
-    } catch (const Poco::Exception& e) {
-        failLocked(e.displayText());
-        if (_stalled) throw Poco::TimeoutException(Reasons::sendStalled());
-        throw;
-    }
-}
-
-void SendChannel::requireOpenLocked() const {
-    if (end() == End::Over || end() == End::Removed)
-        throw Poco::Net::InvalidSocketException("connection closed");
-    if (_closeSent || _closeWanted) throw Poco::Net::InvalidSocketException("close frame sent");
-    if (_cancelled) throw Poco::Net::InvalidSocketException("sends cancelled");
-    if (_failed) throw Poco::Net::InvalidSocketException(_failure);
-}
-
-void SendChannel::finishBegunLocked() {
-    while (!_pending.empty()) {
-        const ssize_t sent = ::send(_descriptor, _pending.data(), _pending.size(), MSG_NOSIGNAL);
-        if (sent < 0 && errno == EINTR) continue;
-        if (sent < 0) throw Poco::IOException(Reasons::systemText(errno), errno);
-        _pending.erase(0, static_cast<std::size_t>(sent));
-    }
-}
-
-// Part of a frame may have gone out, so that nothing may follow it.
-void SendChannel::failLocked(const std::string& why) {
-    if (_failed) return;
-    _failure = why;
-    _failed = true;
-    _managerWaits = true;
+    const Nubo::Util::MutexLock lock(_wakeMutex);
+    if (_wakeEvent >= 0) ::eventfd_write(_wakeEvent, 1);
 }
 
 bool SendChannel::claimEnd(End how) {
@@ -109,38 +175,53 @@ bool SendChannel::claimEnd(End how) {
 }
 
 void SendChannel::remove(End how) {
-    if (claimEnd(how)) _mailbox->attend(_key);
+    if (claimEnd(how)) callManager();
 }
 
+void SendChannel::callManager() noexcept {
+    _mailbox->attend(shared_from_this());
+}
+
+// --- the manager's queue ---
+
 void SendChannel::queueMessage(std::string_view text, int flags) {
-    if (end() != End::None || closing() || _closeWanted || _cancelled || _failed)
+    if (end() != End::None || _closeQueued || _closeWanted || _failed)
         throw Poco::Net::InvalidSocketException("connection closed");
+    if (_cancelled) throw Poco::IOException("sends cancelled");
     if (_queued.size() + _backlog + text.size() > TransportLimits::MAX_QUEUED_BYTES)
         throw Poco::IOException("send queue full");
-    appendFrame(_queued, static_cast<unsigned>(flags), text);
-    _mailbox->attend(_key);
+    _waiting.push_back({_queuedInAll, MonotonicClock::now() + TransportLimits::SEND_TOTAL});
+    enqueue(static_cast<unsigned>(flags), text);
+    _waiting.back().end = _queuedInAll;
+    callManager();
+}
+
+void SendChannel::enqueue(unsigned firstByte, std::string_view payload) {
+    const std::size_t before = _queued.size();
+    appendFrame(_queued, firstByte, payload);
+    _queuedInAll += _queued.size() - before;
 }
 
 void SendChannel::queuePing() {
-    if (!closing()) appendFrame(_queued, FrameBits::FIN | FrameBits::PING, "");
+    if (!closing()) enqueue(FrameBits::FIN | FrameBits::PING, "");
 }
 
 void SendChannel::queuePong(std::string_view payload) {
     if (closing()) return;
     if (_queued.size() + _backlog < TransportLimits::MAX_QUEUED_PONG_BYTES)
-        appendFrame(_queued, FrameBits::FIN | FrameBits::PONG, payload);
+        enqueue(FrameBits::FIN | FrameBits::PONG, payload);
     else
         _latestPong = payload;
 }
 
 void SendChannel::queueClose(std::uint16_t code) {
     if (closing()) return;
-    appendFrame(_queued, FrameBits::FIN | FrameBits::CLOSE, closePayload(code));
+    enqueue(FrameBits::FIN | FrameBits::CLOSE, closePayload(code));
     _closeQueued = true;
 }
 
 SendChannel::Flushed SendChannel::flush() {
-    if (_queued.empty() && _backlog == 0) return Flushed::Done;
+    if (!hasQueued()) return Flushed::Done;
     if (!tryLock()) return Flushed::Busy;
     const Nubo::Util::MutexLock lock(_mutex, std::adopt_lock);
     takeQueuedLocked();
@@ -149,7 +230,8 @@ SendChannel::Flushed SendChannel::flush() {
         appendFrame(_pending, FrameBits::FIN | FrameBits::PONG, *std::exchange(_latestPong, std::nullopt));
         result = sendPendingLocked();
     }
-    _backlog = _pending.size();
+    _backlog = unsentLocked();
+    forgetSentMessages();
     return result;
 }
 
@@ -161,56 +243,55 @@ bool SendChannel::tryLock() {
 }
 
 void SendChannel::takeQueuedLocked() {
-    if (_closeSent || _failed) {
-        _queued.clear();
-        if (_failed) _pending.clear();
-    }
+    _leftBehind = false;
+    if (_failed) _queued.clear();
     if (_pending.empty())
         _pending.swap(_queued);
     else
         _pending += _queued;
     std::string().swap(_queued);
-    if (_closeQueued && !_failed) _closeSent = true;
 }
 
+// What a cancelled sender has left behind counts as queued last, for want of a better place.
+void SendChannel::forgetSentMessages() {
+    const std::uint64_t sent = _queuedInAll - std::min<std::uint64_t>(_backlog, _queuedInAll);
+    while (!_waiting.empty() && _waiting.front().end <= sent) _waiting.pop_front();
+}
+
+// --- both, with the lock held ---
+
 SendChannel::Flushed SendChannel::sendPendingLocked() {
-    std::size_t done = 0;
-    while (done < _pending.size()) {
+    while (unsentLocked() != 0) {
         const ssize_t sent =
-            ::send(_descriptor, _pending.data() + done, _pending.size() - done, MSG_DONTWAIT | MSG_NOSIGNAL);
+            ::send(_descriptor, _pending.data() + _sent, unsentLocked(), MSG_DONTWAIT | MSG_NOSIGNAL);
         if (sent >= 0) {
-            done += static_cast<std::size_t>(sent);
+            consumeLocked(static_cast<std::size_t>(sent));
         } else if (errno == EAGAIN) {
-            _pending.erase(0, done);
             return Flushed::Blocked;
         } else if (errno != EINTR) {
             failLocked(Reasons::systemText(errno));
-            std::string().swap(_pending);
             return Flushed::Failed;
         }
     }
-    std::string().swap(_pending);
     return Flushed::Done;
 }
 
-MonotonicClock::TimePoint SendChannel::sendingSince() const {
-    return MonotonicClock::TimePoint(MonotonicClock::Duration(_sendingSince.load()));
-}
-
-void SendChannel::shutSendSide() {
-    if (_sendSideShut || !tryLock()) return;
-    const Nubo::Util::MutexLock lock(_mutex, std::adopt_lock);
-    if (!_pending.empty() || !_queued.empty()) return;
-    ::shutdown(_descriptor, SHUT_WR);
-    _sendSideShut = true;
+// Moves what is left to the front now and then, so that the text does not grow for ever.
+void SendChannel::consumeLocked(std::size_t size) {
+    _sent += size;
+    if (unsentLocked() == 0)
+        std::string().swap(_pending);
+    else if (_sent > _pending.size() / 2)
+        _pending.erase(0, _sent);
+    else
+        return;
+    _sent = 0;
 }
 
 bool SendChannel::tryClose(Poco::Net::WebSocket& socket) {
     if (!tryLock()) return false;
     const Nubo::Util::MutexLock lock(_mutex, std::adopt_lock);
-    const Nubo::Util::MutexLock descriptor(_descriptorMutex);
     socket.close();
-    _descriptorClosed = true;
     return true;
 }
 

@@ -10,7 +10,7 @@ namespace {
 
 struct Channels {
     Nubo::Util::Mutex mutex;
-    std::unordered_map<Mailbox::Key, std::shared_ptr<SendChannel>> byKey ZOL_GUARDED_BY(mutex);
+    std::unordered_map<SendChannel::Key, std::shared_ptr<SendChannel>> byKey ZOL_GUARDED_BY(mutex);
 };
 
 // Never destroyed, so that a manager may outlive static objects.

@@ -8,7 +8,7 @@
 namespace Nubo::Net {
 
 /// Follows one send that the peer holds up, and tells when it has made no progress for too long or has lasted
-/// too long. Used on the manager's thread, about once a second while the send lasts.
+/// too long. Used by one thread, about once a second while the send lasts.
 class StallWatch {
 public:
     enum class Limit { NoProgress, NoProgressAndTotal };

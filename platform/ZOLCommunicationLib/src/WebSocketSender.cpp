@@ -6,7 +6,7 @@ namespace Nubo::Net {
 
 void sendFrame(Poco::Net::WebSocket& socket, const std::string& text, int flags) {
     if (const auto channel = SendRegistry::find(socket))
-        channel->send(socket, text, flags);
+        channel->send(text, flags);
     else
         socket.sendFrame(text.data(), static_cast<int>(text.size()), flags);
 }

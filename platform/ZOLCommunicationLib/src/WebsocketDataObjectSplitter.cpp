@@ -1,8 +1,12 @@
 #include <Logging/LogLine.h>
+#include <Nubo/Net/TransportLimits.h>
 #include <Nubo/Net/WebsocketDataObjectSplitter.h>
 
 #include <cstring>
 #include <optional>
+
+#include "Reasons.h"
+#include "RefusedMessage.h"
 
 namespace Nubo::Net {
 namespace {
@@ -47,7 +51,7 @@ const char* behindObject(const char* at, const char* end) {
     return nullptr;
 }
 
-/// Calls found(position, length) for each object in `text`.
+/// Calls found(position, length) for each object in `text`, as long as that returns true.
 /// @return how many bytes at the end belong to an object that never closes
 template <typename Found>
 std::size_t forEachObject(const std::string& text, const Found& found) {
@@ -57,7 +61,7 @@ std::size_t forEachObject(const std::string& text, const Found& found) {
     while (open != nullptr) {
         const char* const behind = behindObject(open, end);
         if (behind == nullptr) return static_cast<std::size_t>(end - open);
-        found(static_cast<std::size_t>(open - begin), static_cast<std::size_t>(behind - open));
+        if (!found(static_cast<std::size_t>(open - begin), static_cast<std::size_t>(behind - open))) return 0;
         open = find(behind, end, '{');
     }
     return 0;
@@ -76,14 +80,17 @@ WebsocketDataObjectSplitter::~WebsocketDataObjectSplitter() = default;
 
 void WebsocketDataObjectSplitter::onDataBlockAvailable(const WebsocketDataEventPayload& block) {
     std::optional<WebsocketDataEventPayload> part;
+    std::size_t count = 0;
     const std::size_t dropped = forEachObject(block.data, [&](std::size_t position, std::size_t length) {
+        if (++count > TransportLimits::MAX_OBJECTS) throw RefusedMessage(Reasons::tooManyObjects());
         if (length == block.data.size()) {
             ObjectAvailable.notify(this, block);
-            return;
+            return true;
         }
         if (!part) part.emplace(block);
         part->data.assign(block.data, position, length);
         ObjectAvailable.notify(this, *part);
+        return true;
     });
     if (dropped != 0)
         IncompleteDropped.notify(this,
@@ -94,6 +101,7 @@ void WebsocketDataObjectSplitter::splitJsonDataObjectString(const std::string& t
                                                             std::vector<std::string>& objects) const {
     const std::size_t dropped = forEachObject(text, [&](std::size_t position, std::size_t length) {
         objects.emplace_back(text, position, length);
+        return true;
     });
     if (dropped != 0) ZOL_LOG_WARNING("WebsocketDataObjectSplitter: " << incomplete(dropped, text.size()));
 }

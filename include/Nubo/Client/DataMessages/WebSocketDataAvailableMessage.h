@@ -7,6 +7,8 @@
 #include <Nubo/Util/DataMessageBase.h>
 #include <Poco/JSON/Object.h>
 
+#include <memory>
+
 namespace Nubo::Client {
 
 /// Posted by a handler for each JSON object that came in on a connection that it listens on, and for a new
@@ -18,6 +20,13 @@ public:
     /// @param data shared, not copied; released with the message.
     WebSocketDataAvailableMessage(IWebSocketDataAvailableImpl* handler, const Poco::JSON::Object::Ptr& data);
 
+    /// Likewise, for data that came in.
+    /// @param receipt held until the message is destroyed (Nubo::Net::WebsocketDataEventPayload::receipt): a
+    /// sink
+    ///                that keeps messages for long makes the connection wait. May be null.
+    WebSocketDataAvailableMessage(IWebSocketDataAvailableImpl* handler, const Poco::JSON::Object::Ptr& data,
+                                  std::shared_ptr<const void> receipt);
+
     /// Calls the handler's WebSocketDataAvailableHandlerSync(), unless the handler is gone. Caller's thread.
     void processData() override;
 
@@ -25,6 +34,7 @@ private:
     IWebSocketDataAvailableImpl* m_handler;
     const Poco::JSON::Object::Ptr m_data;
     MultiThreadingObject::Liveness _handlerAlive;  // a message may be run after its handler is gone
+    const std::shared_ptr<const void> _receipt;    // of data that counts as undelivered until then
 };
 
 }  // namespace Nubo::Client

@@ -12,6 +12,23 @@ struct TransportLimits {
     /// more is refused (close code 1009) before memory is spent on it.
     static constexpr std::size_t MAX_MESSAGE_BYTES = std::size_t{16} * 1024 * 1024;
 
+    /// A message that is not whole so long after its first byte ends its connection (close code 1008).
+    static constexpr std::chrono::milliseconds MESSAGE_TOTAL{60000};
+
+    /// More JSON objects than these in one message end its connection (close code 1008).
+    static constexpr std::size_t MAX_OBJECTS = 16384;
+
+    /// Bytes of a connection's messages that may wait to be delivered to the application; with more, the
+    /// connection is not read until half of them have been delivered.
+    static constexpr std::size_t MAX_UNDELIVERED_BYTES = std::size_t{32} * 1024 * 1024;
+
+    /// Messages of a connection that may wait likewise.
+    static constexpr std::size_t MAX_UNDELIVERED_MESSAGES = 100000;
+
+    /// A message counts as one more for each so many JSON values in it, since a value costs far more than its
+    /// text.
+    static constexpr std::size_t VALUES_PER_MESSAGE = 16;
+
     /// A frame of which no further byte comes for so long ends its connection.
     static constexpr std::chrono::milliseconds FRAME_STALL{30000};
 
@@ -44,6 +61,12 @@ struct TransportLimits {
 
     /// Most that is read from one connection before the others have their turn.
     static constexpr std::size_t READ_CHUNK = std::size_t{64} * 1024;
+
+    /// Most messages, pings and pongs of one connection that are handled before the others have their turn.
+    static constexpr std::size_t TURN_MESSAGES = 256;
+
+    /// The turn of a connection ends with the message in which it has lasted so long.
+    static constexpr std::chrono::milliseconds TURN_TIME{5};
 };
 
 }  // namespace Nubo::Net

@@ -19,10 +19,15 @@ class ConnectionLoop;
 /// Serves any number of client-side WebSockets on one thread of its own: reads them, decodes frames as RFC
 /// 6455 demands, answers pings and closes, watches silence and stalled sends, and raises two events. A peer
 /// that is slow, silent, broken or hostile costs only its own connection. See TransportLimits for the limits.
+/// A peer that sends faster than its data is delivered (WebsocketDataEventPayload::receipt) is not read until
+/// there is room again; meanwhile none of its times runs, and nothing is lost. Without memory, the connection
+/// that needed it is ended, and the thread lives on.
 ///
 /// Events. Both run on the manager's thread, with no lock held, one at a time. A delegate must not block
 /// (all connections wait for it) and must not destroy the manager; it may add and remove connections, its own
-/// too, and send (WebSocketSender.h). Its exceptions are swallowed, at the cost of the later delegates' call.
+/// too, and send (WebSocketSender.h). Its exceptions are swallowed, at the cost of the later delegates' call,
+/// except std::bad_alloc: in a data event it ends the connection (close code 1011), and a closed event is
+/// raised again, to all delegates, until nothing of that kind comes or the manager is destroyed.
 class ZOL_EXPORT WebsocketConnectionManager {
 public:
     /// How a connection is removed; bit values. DEFAULT, and every value but ONLY_REMOVE_WEBSOCKET_DATA,

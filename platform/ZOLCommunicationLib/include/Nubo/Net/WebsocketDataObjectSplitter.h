@@ -21,6 +21,9 @@ namespace Nubo::Net {
 /// Nothing is remembered from one block to the next, since a block is a whole WebSocket message: an object
 /// that never closes is dropped, together with all that stands behind its brace, and that is told.
 ///
+/// Of a block with more than TransportLimits::MAX_OBJECTS objects that many are raised; the manager then ends
+/// the connection that it came on.
+///
 /// Any thread, also several at once; blocks only as long as the event's delegates do.
 class ZOL_EXPORT WebsocketDataObjectSplitter {
 public:
@@ -42,7 +45,8 @@ public:
 
     /// Raises ObjectAvailable for each object in `block.data`, with that object's text as `data` and
     /// everything else as in `block`. A block that is exactly one object is passed on itself, without a copy.
-    /// An exception of a delegate goes to the caller and ends the block.
+    /// An exception of a delegate goes to the caller and ends the block, as does that for too many objects,
+    /// which the manager knows.
     void onDataBlockAvailable(const WebsocketDataEventPayload& block);
 
     /// Appends the text of each object in `text` to `objects`, in their order. An object that never closes is
