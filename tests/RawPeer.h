@@ -5,6 +5,7 @@
 #include <Poco/Net/WebSocketImpl.h>
 #include <Poco/NumberFormatter.h>
 #include <Poco/SharedPtr.h>
+#include <fcntl.h>
 #include <poll.h>
 
 #include <atomic>
@@ -57,6 +58,7 @@ public:
         : _answers(std::move(answers)), _then(then) {
         _server.bind(Poco::Net::SocketAddress(address, port), true, false);  // a port is never shared
         _server.listen();
+        closeInPrograms(_server);
         _port = _server.address().port();
         _thread = std::thread([this] { serve(); });
     }
@@ -100,6 +102,11 @@ private:
         return _answered;
     }
 
+    // A test counts what the programs that it starts inherit.
+    static void closeInPrograms(const Poco::Net::Socket& socket) {
+        ::fcntl(socket.impl()->sockfd(), F_SETFD, FD_CLOEXEC);
+    }
+
     void serve() {
         // poll(2) itself: POCO's takes a descriptor for each call, and tests count those.
         pollfd incoming{_server.impl()->sockfd(), POLLIN, 0};
@@ -114,6 +121,7 @@ private:
     }
 
     void answer(Poco::Net::StreamSocket socket) {
+        closeInPrograms(socket);
         socket.setReceiveTimeout(Poco::Timespan(DEADLINE.count(), 0));
         const RawRequest request(socket);
         std::string text = _answers[requests().size() % _answers.size()];

@@ -4,8 +4,14 @@
 #include <Nubo/Client/ClientLib.h>
 #include <Nubo/ServiceRegistryConnection.h>
 #include <Nubo/Simulator/MessageSink.h>
+#include <Poco/Net/HTTPRequest.h>
+#include <Poco/Net/HTTPResponse.h>
 #include <netinet/tcp.h>
 
+#include <cstdio>
+#include <future>
+
+#include "BoundedSession.h"
 #include "Footprint.h"
 #include "Frames.h"
 #include "LogCapture.h"
@@ -40,6 +46,38 @@ protected:
         registry.connection(0);
         log.clear();
     }
+    /// What the upgrade fails with while the peer sends a byte now and then.
+    template <class Upgrade>
+    static std::string failureAt(const RawPeer& dripping, std::size_t connection, const Upgrade& upgrade) {
+        auto failure = std::async(std::launch::async, [&]() -> std::string {
+            try {
+                upgrade();
+                return "opened";
+            } catch (const Poco::Exception& e) {
+                return e.displayText();
+            }
+        });
+        const bool failed = eventually([&] {
+            try {
+                dripping.send(connection, "x");
+            } catch (const Poco::IOException&) {
+                // The client has given up.
+            }
+            return failure.wait_for(std::chrono::seconds(0)) == std::future_status::ready;
+        });
+        return failed ? failure.get() : "";
+    }
+    /// How many sockets, events and timers of this process a program that it starts has.
+    static std::size_t inherited() {
+        std::string list;
+        FILE* const program = ::popen("ls -l /proc/self/fd", "r");
+        for (int c = std::fgetc(program); c != EOF; c = std::fgetc(program)) list += static_cast<char>(c);
+        ::pclose(program);
+        std::size_t count = 0;
+        for (const std::string kind : {"socket:[", "anon_inode:"})
+            for (auto at = list.find(kind); at != std::string::npos; at = list.find(kind, at + 1)) ++count;
+        return count;
+    }
     auto create(const RawPeer& at) { return client.createNewWebsocket("Media", "127.0.0.1", at.port(), 0); }
 
     LogCapture log;
@@ -71,6 +109,49 @@ TEST_F(WebSocketCreationTest, DataAndCloseReachTheWorkerAndTheClientLib) {
     client.SocketClosedHandler({proxy, "again"});
     EXPECT_EQ(expected, all.events());  // the worker was forgotten
     EXPECT_EQ((Events{SOCKET_CLOSED, SOCKET_CLOSED}), log.lines());
+}
+
+// With the last pointer in the list the manager's thread would wait for the worker's, and hold a lock that
+// the worker's delegate wants.
+TEST_F(WebSocketCreationTest, AWorkerThatOnlyTheListHasEndsOnItsOwnThread) {
+    startup();
+    const auto threads = threadCount();
+    EventLog all;
+    all.listen(client);
+    auto other = create(peer);
+    events.inside = [&](const std::string& event) {
+        if (event != "data {}") return;
+        EXPECT_TRUE(eventually([&] { return all.events().size() == 2; }));  // the close is past the manager
+        client.destroyWebsocket(other);
+    };
+    events.listen(*create(peer));
+    peer.send(1, text("{}") + CLOSING);
+    EXPECT_TRUE(events.waitFor({"data {}", GOING_AWAY}));
+    EXPECT_TRUE(eventually([&] { return threadCount() == threads + 1; }));
+}
+
+TEST_F(WebSocketCreationTest, ADelegateThatThrowsCostsNobodyElseAnything) {
+    startup();
+    EventLog throwing, all;
+    int round = 0;
+    throwing.inside = [&](const std::string&) {
+        if (++round == 1) throw Poco::IOException("pipe");
+        if (round == 2) throw std::runtime_error("x");
+        throw 7;
+    };
+    throwing.listen(client);
+    all.listen(client);
+    auto worker = create(peer);
+    events.listen(*worker);
+    log.clear();
+    peer.send(0, text("{\"a\":1}{\"b\":2}") + CLOSING);
+    const Events expected{"data {\"a\":1}", "data {\"b\":2}", GOING_AWAY};
+    EXPECT_TRUE(events.waitFor(expected));
+    EXPECT_TRUE(all.waitFor(expected));
+    for (const char* what : {"I/O error: pipe", "x", "unspecified exception"})
+        EXPECT_TRUE(
+            log.waitFor("Warning: ClientLib: a delegate of SocketDataAvailable or SocketClosed has thrown: " +
+                        std::string(what)));
 }
 
 TEST_F(WebSocketCreationTest, ADestroyedWorkerIsForgottenButNotStopped) {
@@ -129,8 +210,70 @@ TEST_F(WebSocketCreationTest, RefusedUpgradesThrowAndLeakNothing) {
     }
 }
 
+TEST_F(WebSocketCreationTest, NothingIsInjectedIntoUpgrades) {
+    startup();
+    const std::string good = "Media", host = "127.0.0.1";
+    const struct {
+        std::string service, address;
+        int port;
+    } table[] = {{good, host + "\r\nX: y", peer.port()},
+                 {good, host + " ", peer.port()},
+                 {good, "", peer.port()},
+                 {good, "a/b", peer.port()},
+                 {"a b", host, peer.port()},
+                 {"a\r\n", host, peer.port()},
+                 {good, host, 0},
+                 {good, host, -1},
+                 {good, host, 65536 + peer.port()}};
+    for (const auto& [service, address, port] : table)
+        EXPECT_THROW(client.createNewWebsocket(service, address, port, 0), Poco::InvalidArgumentException)
+            << service << address << port;
+    EXPECT_TRUE(peer.requests().empty());
+}
+
+TEST_F(WebSocketCreationTest, UpgradesThatDripEndByTimeAndByShutdown) {
+    startup();
+    const RawPeer dripping({"HTTP/1.1 10"}, RawPeer::Then::Keep);
+    const auto inTime = [&] {
+        using namespace Nubo::Client;
+        const auto bounds =
+            std::make_shared<WaitBounds>(std::chrono::milliseconds(300), WaitBounds::Cancellations{});
+        BoundedSession session("127.0.0.1", dripping.port(), bounds);
+        session.open(ConnectBudget::Names::LiteralsAndLocalhostOnly);
+        Poco::Net::HTTPRequest request("GET", "/", "HTTP/1.1");
+        Poco::Net::HTTPResponse response;
+        Poco::Net::WebSocket(session, request, response);
+    };
+    EXPECT_EQ("Timeout: answer not finished in time by 127.0.0.1", failureAt(dripping, 0, inTime));
+    auto stop = std::async(std::launch::async, [&] {
+        dripping.connection(1);
+        client.shutdown();
+    });
+    EXPECT_EQ("Software caused connection abort: ended by this side",
+              failureAt(dripping, 1, [&] { create(dripping); }));
+}
+
+TEST_F(WebSocketCreationTest, NoDescriptorIsInheritedByPrograms) {
+    const auto before = inherited();
+    startup();
+    auto worker = create(peer);
+    const RawPeer silent({""}, RawPeer::Then::Keep);
+    Poco::Net::HTTPResponse response;
+    std::string body;
+    auto request = std::async(std::launch::async, [&] {
+        return client.sendRequest("127.0.0.1", silent.port(), response, body, "GET", "/a", "");
+    });
+    silent.connection(0);
+    EXPECT_EQ(before, inherited());
+    client.shutdown();
+    EXPECT_FALSE(request.get());
+}
+
 TEST_F(WebSocketCreationTest, WhatComesWithTheUpgradeIsNotLost) {
-    const RawPeer gluing({UPGRADED + text("{\"a\":1}") + text("{}") + CLOSING}, RawPeer::Then::Keep);
+    // With an interim answer, and a Connection header that says more than "Upgrade" (RFC 6455, 4.1).
+    std::string answer = "HTTP/1.1 103 Early Hints\r\n\r\n" + UPGRADED;
+    answer.replace(answer.find(": Upgrade") + 2, 7, "keep-alive, Upgrade");
+    const RawPeer gluing({answer + text("{\"a\":1}") + text("{}") + CLOSING}, RawPeer::Then::Keep);
     startup();
     auto worker = create(gluing);
     worker->SocketDataAvailable += Poco::delegate(&events, &EventLog::data);
@@ -181,10 +324,12 @@ TEST_F(WebSocketCreationTest, ShutdownClosesEverySocketAndIsFinal) {
     client.DataAvailableHandler(WebsocketDataEventPayload(proxy));
     const int references = worker.referenceCount();
     client.SocketClosedHandler({proxy, "late"});
-    EXPECT_EQ(references - 1, worker.referenceCount());  // forgotten, but not told
+    // Forgotten, but not told.
+    EXPECT_TRUE(eventually([&] { return worker.referenceCount() == references - 1; }));
     EXPECT_TRUE(worker->shutdown());
     EXPECT_EQ(Events{}, events.events());
     EXPECT_THROW(client.getServiceRegistryWebSocket(), Poco::NullPointerException);
+    EXPECT_THROW(create(peer), Poco::NullPointerException);
     for (int i = 0; i < 2; ++i) EXPECT_THROW(client.startup(), Poco::NullPointerException);
 }
 

@@ -9,8 +9,12 @@ target_sources(SubscriptionBookTest PRIVATE ${client}/SubscriptionBook.cpp)
 target_include_directories(SubscriptionBookTest PRIVATE ${client})
 zol_add_test(ActivityGuardTest)
 zol_add_test(WorkerTest)
-zol_add_test(HttpPathTest REGISTRY)
-zol_add_test(WebSocketCreationTest REGISTRY)
+foreach(test HttpPathTest WebSocketCreationTest)
+  zol_add_test(${test} REGISTRY)
+  target_sources(${test} PRIVATE ${client}/BoundedSession.cpp ${client}/BoundedSocket.cpp ${client}/NameLookup.cpp
+                 ${client}/WaitBounds.cpp)  # not exported
+  target_include_directories(${test} PRIVATE ${client})
+endforeach()
 zol_add_test(SimulatorTest REGISTRY)
 zol_add_test(ReconnectTest)
 target_sources(ReconnectTest PRIVATE ${client}/ReconnectThread.cpp)  # not exported

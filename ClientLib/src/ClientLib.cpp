@@ -1,11 +1,15 @@
 #include <Logging/LogLine.h>
 #include <Nubo/Client/ClientLib.h>
+#include <Nubo/Net/Cancellation.h>
 #include <Nubo/Net/WebSocketProxy.h>
+#include <Nubo/Net/WebSocketSender.h>
 #include <Poco/Delegate.h>
 
 #include <algorithm>
 
+#include "HttpRequests.h"
 #include "NonNull.h"
+#include "WorkerTable.h"
 
 namespace Nubo::Client {
 
@@ -21,9 +25,13 @@ constexpr const char* GET_SERVICE_HANDLER =
 }
 
 ClientLib::ClientLib(IMessageSyncInterface* msgSync, const ClientLibParameters& params)
-    : m_disposing(false),
+    : _iMsgSync(msgSync),
+      m_disposing(false),
       _params(params),
-      _srServiceHandler(new SRServiceHandler(this, msgSync, params.timeoutBeforePingServiceRegistry)) {
+      _srServiceHandler(new SRServiceHandler(this, _iMsgSync, params.timeoutBeforePingServiceRegistry)),
+      _workers(std::make_unique<WorkerTable>(_connections, _mutexConnections)),
+      _stop(std::make_shared<Nubo::Net::Cancellation>()),
+      _requests(std::make_unique<HttpRequests>()) {
     _srServiceHandler->MicroServiceRegistrationChanged +=
         Poco::delegate(this, &ClientLib::HandleServiceRegistryAvailabilityChanged);
 }
@@ -44,6 +52,7 @@ void ClientLib::startup() {
     auto manager = connectionManager();
     _wsOjectSplitter = new WebsocketDataObjectSplitter;
     _wsOjectSplitter->ObjectAvailable += Poco::delegate(this, &ClientLib::DataAvailableHandler);
+    _wsOjectSplitter->IncompleteDropped += Poco::delegate(this, &ClientLib::IncompleteDroppedHandler);
     manager->DataAvailable +=
         Poco::delegate(_wsOjectSplitter.get(), &WebsocketDataObjectSplitter::onDataBlockAvailable);
     manager->SocketClosed += Poco::delegate(this, &ClientLib::SocketClosedHandler);
@@ -59,9 +68,10 @@ void ClientLib::shutdown() {
         return;
     }
     m_disposing = true;
+    _stop->cancel();
     unwireTransport();
-    if (_srServiceHandler) _srServiceHandler->wakeReconnectThread();
-    wakeReconnectThreads();
+    endAttemptsAndSends();
+    closeAhead();
     for (auto& handler : handlers()) {
         if (handler) handler->shutdown();
     }
@@ -75,13 +85,28 @@ void ClientLib::shutdown() {
     closeConnections();
     exchangeConnectionManager(nullptr);
     _wsOjectSplitter = nullptr;
+    _requests->awaitEnd();
 }
 
-// Before the handlers are shut down one after the other: the connection attempts of all end meanwhile, and
-// none begins another one.
+// Whatever waits for a peer, at once and for all handlers; none begins anew.
+void ClientLib::endAttemptsAndSends() {
+    if (_srServiceHandler) _srServiceHandler->wakeReconnectThread();
+    wakeReconnectThreads();
+    for (const auto& worker : _workers->all()) {
+        if (auto socket = worker->getSocket()) Nubo::Net::cancelSends(*socket);
+    }
+}
+
 void ClientLib::wakeReconnectThreads() {
     for (auto& handler : handlers()) {
         if (handler) handler->wakeReconnectThread();
+    }
+}
+
+// All close frames go out before the first handler waits for what its connection needs behind its own.
+void ClientLib::closeAhead() {
+    for (auto& handler : handlers()) {
+        if (handler) handler->closeAhead();
     }
 }
 
@@ -97,18 +122,14 @@ void ClientLib::unwireTransport() {
     manager->DataAvailable -=
         Poco::delegate(_wsOjectSplitter.get(), &WebsocketDataObjectSplitter::onDataBlockAvailable);
     _wsOjectSplitter->ObjectAvailable -= Poco::delegate(this, &ClientLib::DataAvailableHandler);
+    _wsOjectSplitter->IncompleteDropped -= Poco::delegate(this, &ClientLib::IncompleteDroppedHandler);
     manager->SocketClosed -= Poco::delegate(this, &ClientLib::SocketClosedHandler);
 }
 
 void ClientLib::closeConnections() {
-    // A copy: a reconnect thread on its way out may still add a worker. The entries stay until destruction.
-    WebsocketRequestHandlerContainer connections;
-    {
-        Poco::Mutex::ScopedLock lock(_mutexConnections);
-        connections = _connections;
-    }
     auto manager = connectionManager();
-    for (const auto& worker : connections) {
+    // A reconnect thread on its way out may still add one. The entries stay until destruction.
+    for (const auto& worker : _workers->all()) {
         const auto socket = worker->getSocket();
         if (!socket) continue;
         try {
@@ -160,7 +181,10 @@ void ClientLib::HandleServiceRegistryAvailabilityChanged(
     const ServiceHandler::ServiceRegistrationEventData_t& data) {
     if (m_disposing) return;
     const bool available = nonNull(data.handler).isAvailable();
-    if (!available) wakeReconnectThreads();
+    if (!available) {
+        wakeReconnectThreads();
+        closeAhead();
+    }
     for (auto& handler : handlers()) {
         if (available) {
             handler->start();

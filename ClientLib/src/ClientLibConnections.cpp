@@ -2,7 +2,7 @@
 
 #include <Logging/LogLine.h>
 #include <Nubo/Client/ClientLib.h>
-#include <Nubo/Net/UpgradeSession.h>
+#include <Nubo/Net/TransportLimits.h>
 #include <Nubo/Net/WebSocketProxy.h>
 #include <Poco/Exception.h>
 #include <Poco/Net/HTTPRequest.h>
@@ -11,16 +11,26 @@
 #include <netinet/tcp.h>
 #include <sys/socket.h>
 
-#include <algorithm>
 #include <exception>
+#include <limits>
+#include <memory>
 #include <utility>
+
+#include "BoundedSession.h"
+#include "ConnectBudget.h"
+#include "HostAddress.h"
+#include "HttpSyntax.h"
+#include "Limits.h"
+#include "NotifyEach.h"
+#include "WaitBounds.h"
+#include "WorkerTable.h"
 
 namespace Nubo::Client {
 
+using Nubo::Net::TransportLimits;
 using Nubo::Net::WebsocketDataEventPayload;
 using Nubo::Net::WebsocketEventPayload;
 using Poco::Net::WebSocket;
-using Lock = Poco::Mutex::ScopedLock;
 
 namespace {
 
@@ -31,6 +41,8 @@ constexpr const char* SOCKET_CLOSED_HANDLER =
     "virtual void Nubo::Client::ClientLib::SocketClosedHandler(const Nubo::Net::WebsocketEventPayload&)";
 constexpr const char* DESTROY_WEBSOCKET =
     "virtual void Nubo::Client::ClientLib::destroyWebsocket(Nubo::Client::WebSocketRequestHandler::Ptr)";
+constexpr const char* DELEGATE_HAS_THROWN =
+    "ClientLib: a delegate of SocketDataAvailable or SocketClosed has thrown: ";
 
 // By exact text: a host name, or another loopback address, counts as external.
 bool isLocalAddress(const std::string& address) {
@@ -43,9 +55,29 @@ struct KeepaliveOption_t {
     uint32_t value;
 };
 
+// Anything else would end its place in the request.
+void checkPlace(const std::string& service, const std::string& host, int port) {
+    if (!HttpSyntax::isTarget(service))
+        throw Poco::InvalidArgumentException("not the name of a service", service);
+    if (!HttpSyntax::isHost(host)) throw Poco::InvalidArgumentException("not a host", host);
+    if (port <= 0 || port > std::numeric_limits<Poco::UInt16>::max())
+        throw Poco::InvalidArgumentException("not a port", std::to_string(port));
+}
+
+/// @param budget  null: the attempt has its full time
+std::shared_ptr<WaitBounds> boundsOf(const ConnectBudget* budget,
+                                     const std::shared_ptr<const Nubo::Net::Cancellation>& stop) {
+    if (budget)
+        return std::make_shared<WaitBounds>(budget->total(),
+                                            WaitBounds::Cancellations{stop, budget->cancellation()});
+    return std::make_shared<WaitBounds>(Limits::CONNECT + TransportLimits::UPGRADE,
+                                        WaitBounds::Cancellations{stop});
+}
+
 // Of the connection manager's thread: whose events it is raising.
 thread_local const ClientLib* raising = nullptr;
 
+// What a delegate throws costs neither the other delegates their call nor a worker the rest of the frame.
 template <class Event, class Payload>
 void raise(const ClientLib* lib, Event& event, const Payload& payload) {
     struct Scope_t {
@@ -53,7 +85,15 @@ void raise(const ClientLib* lib, Event& event, const Payload& payload) {
         const ClientLib* outer;
     };
     const Scope_t scope{std::exchange(raising, lib)};
-    event.notify(lib, payload);
+    try {
+        notifyEach(event, lib, payload);
+    } catch (const Poco::Exception& e) {
+        ZOL_LOG_WARNING(DELEGATE_HAS_THROWN << e.displayText());
+    } catch (const std::exception& e) {
+        ZOL_LOG_WARNING(DELEGATE_HAS_THROWN << e.what());
+    } catch (...) {
+        ZOL_LOG_WARNING(DELEGATE_HAS_THROWN << "unspecified exception");
+    }
 }
 
 }  // namespace
@@ -70,7 +110,15 @@ WebSocketRequestHandler::Ptr ClientLib::createNewWebsocket(const std::string& se
 
 Poco::SharedPtr<WebSocket> ClientLib::upgrade(const std::string& service, const std::string& address,
                                               int port) {
-    Nubo::Net::UpgradeSession session(address, static_cast<Poco::UInt16>(port), connectionManager());
+    if (_stop->cancelled() && !connectionManager()) throw Poco::NullPointerException();
+    const std::string host = bareHost(address);
+    checkPlace(service, host, port);
+    const ConnectBudget* const budget = ConnectBudget::ofThisThread();
+    const auto bounds = boundsOf(budget, _stop);
+    BoundedSession session(host, static_cast<Poco::UInt16>(port), bounds);
+    session.open(budget ? budget->names() : ConnectBudget::Names::MayBeLookedUp);
+    bounds->beginPhase(TransportLimits::UPGRADE);
+    bounds->setAim("upgrade to a WebSocket not finished in time by " + host);
     Poco::Net::HTTPRequest request(Poco::Net::HTTPRequest::HTTP_GET, createQuery("/" + service, "", 0, ""),
                                    Poco::Net::HTTPRequest::HTTP_1_1);
     Poco::Net::HTTPResponse response;
@@ -84,19 +132,25 @@ WebSocketRequestHandler::Ptr ClientLib::registerConnection(Poco::SharedPtr<WebSo
                                                            long timeoutMs) {
     auto manager = connectionManager();
     if (!manager) throw Poco::NullPointerException();
-    WebSocketRequestHandler::Ptr worker(new WebSocketRequestHandler(socket));
-    {
-        Lock lock(_mutexConnections);
-        _connections.push_back(worker);
-    }
+    const WebSocketRequestHandler::Ptr worker = startWorker(socket);
+    _workers->add(worker, *socket);
     try {
         manager->addConnection(socket, timeoutMs);
     } catch (...) {
-        Lock lock(_mutexConnections);
-        _connections.erase(std::remove(_connections.begin(), _connections.end(), worker), _connections.end());
+        _workers->remove(worker);
         throw;
     }
     return worker;
+}
+
+// Told here: handlers take every failure of a connection attempt for a peer that is away.
+WebSocketRequestHandler::Ptr ClientLib::startWorker(Poco::SharedPtr<WebSocket>& socket) {
+    try {
+        return new WebSocketRequestHandler(socket);
+    } catch (const Poco::SystemException& e) {
+        ZOL_LOG_ERROR(CREATE_NEW_WEBSOCKET << ": " << e.displayText());
+        throw;
+    }
 }
 
 Poco::SharedPtr<Nubo::Net::WebsocketConnectionManager> ClientLib::connectionManager() const {
@@ -107,52 +161,23 @@ Poco::SharedPtr<Nubo::Net::WebsocketConnectionManager> ClientLib::connectionMana
 void ClientLib::destroyWebsocket(WebSocketRequestHandler::Ptr wsReqHandler) {
     ZOL_LOG_DEBUG(DESTROY_WEBSOCKET);
     if (!wsReqHandler) return;
-    const auto socket = wsReqHandler->getSocket();
-    // A worker that was shut down has no socket any more, by which it could be told from others of that kind.
-    const auto isSame = [&](const WebSocketRequestHandler::Ptr& worker) {
-        return worker->getSocket() == socket && (socket || worker == wsReqHandler);
-    };
-    {
-        Lock lock(_mutexConnections);
-        const auto found = std::find_if(_connections.begin(), _connections.end(), isSame);
-        if (found != _connections.end()) _connections.erase(found);
-    }
-    Nubo::Util::MutexLock delivered(_mutexDelivery);  // only waits for who has it now
-}
-
-// A worker without a socket has shut down and owns none.
-// @return null when none has this socket
-WebSocketRequestHandler::Ptr ClientLib::findWorker(const WebSocket& socket, AfterFinding after) {
-    Lock lock(_mutexConnections);
-    const auto found = std::find_if(_connections.begin(), _connections.end(), [&](const auto& worker) {
-        const auto own = worker->getSocket();
-        return own && own->impl() == socket.impl();
-    });
-    if (found == _connections.end()) return nullptr;
-    WebSocketRequestHandler::Ptr worker = *found;
-    if (after == AfterFinding::Forget) _connections.erase(found);
-    return worker;
+    _workers->remove(wsReqHandler);
 }
 
 void ClientLib::DataAvailableHandler(const WebsocketDataEventPayload& data) {
-    {
-        Nubo::Util::MutexLock delivery(_mutexDelivery);
-        auto worker = findWorker(*data.webSocketProxy.webSocket, AfterFinding::Keep);
-        if (!worker || m_disposing) return;
-        worker->enqueueSocketData(data);
-    }
+    if (m_disposing || !_workers->queue(data)) return;
     raise(this, SocketDataAvailable, data);
+}
+
+void ClientLib::IncompleteDroppedHandler(const WebsocketDataEventPayload& dropped) {
+    if (!m_disposing) _workers->queue(dropped);
 }
 
 void ClientLib::SocketClosedHandler(const WebsocketEventPayload& payload) {
     ZOL_LOG_DEBUG(SOCKET_CLOSED_HANDLER);
-    {
-        Nubo::Util::MutexLock delivery(_mutexDelivery);
-        auto worker = findWorker(*payload.webSocketProxy.webSocket, AfterFinding::Forget);
-        if (!worker || m_disposing) return;
-        worker->socketClosedHandler(payload);
-    }
-    raise(this, SocketClosed, payload);
+    const auto report = m_disposing ? WorkerTable::Report::No : WorkerTable::Report::Yes;
+    if (_workers->close(payload, report) && report == WorkerTable::Report::Yes)
+        raise(this, SocketClosed, payload);
 }
 
 bool ClientLib::isRaisingHere() const {

@@ -1,39 +1,29 @@
-// The HTTP path of the ClientLib. Reentrant: the arguments and the constant parameters are all it uses.
+// The HTTP path of the ClientLib. Reentrant: the arguments, the constant parameters and what is safe for
+// several threads are all it uses.
 
 #include <Logging/LogLine.h>
 #include <Nubo/Client/ClientLib.h>
-#include <Nubo/Command/ResponseObject.h>
-#include <Nubo/Net/HTTPEncoderDecoder.h>
 #include <Nubo/ServiceRegistryConnection.h>
-#include <Poco/CountingStream.h>
 #include <Poco/Exception.h>
-#include <Poco/Net/HTTPClientSession.h>
 #include <Poco/Net/HTTPRequest.h>
 #include <Poco/Net/HTTPResponse.h>
-#include <Poco/Net/NetException.h>
-#include <Poco/NumberFormatter.h>
-#include <Poco/StreamCopier.h>
 #include <Poco/URI.h>
 
-#include <exception>
-#include <limits>
-#include <ostream>
+#include <memory>
 
+#include "BoundedSession.h"
 #include "HostAddress.h"
-#include "ParseJson.h"
+#include "HttpExchange.h"
+#include "HttpRequests.h"
+#include "HttpSyntax.h"
+#include "WaitBounds.h"
 
 namespace Nubo::Client {
 
-using Poco::Net::HTTPClientSession;
-using Poco::Net::HTTPRequest;
 using Poco::Net::HTTPResponse;
 
 namespace {
 
-constexpr std::size_t COPY_BUFFER_SIZE = 8192;
-constexpr const char* CONTENT_TYPE = "application/json; charset=utf-8";
-constexpr const char* ACCEPT = "application/json";
-constexpr const char* KEY_HOST_ADDRESS = "hostAddress";
 constexpr const char* SEND_TO_HOST =
     "bool Nubo::Client::ClientLib::sendRequest(const string&, Poco::UInt16, Poco::Net::HTTPResponse&, "
     "std::__cxx11::string&, const string&, const string&, const string&) const";
@@ -41,88 +31,25 @@ constexpr const char* SEND_TO_REGISTRY =
     "virtual bool Nubo::Client::ClientLib::sendRequest(Poco::Net::HTTPResponse&, std::__cxx11::string&, "
     "const string&, const string&, const string&) const";
 
-void sendWithContent(HTTPClientSession& session, HTTPRequest& request, const std::string& content) {
-    // The line end is not counted in the content length, so POCO's stream drops it and goes bad: intended,
-    // and of no consequence for the answer.
-    session.sendRequest(request) << content << std::endl;
-}
+/// One call of sendRequest(): what all of its exchanges have in common.
+struct Call_t {
+    bool exchange(const std::string& hostAddress, Poco::UInt16 portNumber, const std::string& uri,
+                  Poco::URI& redirection) const;
+    bool exchangeOn(const std::string& hostAddress, Poco::UInt16 portNumber, const std::string& path,
+                    Poco::URI& redirection) const;
+    bool exchangeFollowingOnce(const std::string& hostAddress, Poco::UInt16 portNumber,
+                               const std::string& uri, void (*announce)(const Poco::URI& redirection)) const;
 
-bool bodyHasLength(const HTTPRequest& request, const HTTPResponse& response) {
-    return response.hasContentLength() && request.getMethod() != HTTPRequest::HTTP_HEAD &&
-           response.getStatus() != HTTPResponse::HTTP_NO_CONTENT &&
-           response.getStatus() != HTTPResponse::HTTP_NOT_MODIFIED;
-}
+    const std::string& useragent;
+    const std::shared_ptr<WaitBounds> bounds;
+    HTTPResponse& response;
+    std::string& body;
+    const std::string& method;
+    const std::string& content;
+};
 
-/// Reads the whole body, decoded. POCO's streams end silently on a time-out, on a body that is cut short and
-/// on one that cannot be decoded: each is an exception here, with what was read left in `body`.
-void readBody(HTTPClientSession& session, const HTTPRequest& request, const HTTPResponse& response,
-              Nubo::Net::HTTPEncoderDecoder& decoder, std::istream& stream, std::string& body) {
-    Poco::CountingInputStream raw(stream);
-    body.clear();
-    std::exception_ptr damage;
-    try {
-        Poco::StreamCopier::copyToString(decoder.getInputStream(raw), body, COPY_BUFFER_SIZE);
-    } catch (const Poco::IOException&) {
-        damage = std::current_exception();  // that the body was cut short says more, so that comes first
-    }
-    raw.ignore(std::numeric_limits<std::streamsize>::max());  // what a decoder leaves behind its end mark
-    if (session.networkException()) session.networkException()->rethrow();
-    if (bodyHasLength(request, response) && raw.chars() < response.getContentLength64()) {
-        throw Poco::Net::MessageException(
-            "body ends after " + Poco::NumberFormatter::format(raw.chars()) + " of " +
-            Poco::NumberFormatter::format(response.getContentLength64()) + " bytes");
-    }
-    if (damage) std::rethrow_exception(damage);
-}
-
-/// The address in a 300 answer: {"data":[{"hostAddress":"http://..."}]}. @return false when it names none
-bool findHostAddress(const std::string& body, Poco::URI& redirection) {
-    const auto data = parseJsonObject(body)->getArray(Nubo::Command::ResponseObject::FIELD_DATA);
-    if (!data || data->size() == 0) return false;
-    // An entry that is no object: null pointer exception. A text that is no URI leaves `redirection` alone.
-    redirection = Poco::URI(data->getObject(0)->getValue<std::string>(KEY_HOST_ADDRESS));
-    return true;
-}
-
-/// One answer's two or three log lines differ by level and by the comma in the second: both are intended.
-bool logOutcome(const HTTPRequest& request, const HTTPResponse& response, const std::string& content,
-                const std::string& body) {
-    const int status = response.getStatus();
-    if (status < HTTPResponse::HTTP_BAD_REQUEST) {
-        ZOL_LOG_INFO("sendRequest: " << request.getMethod() << " " << request.getURI() << " -> " << status
-                                     << " " << response.getReason() << std::endl
-                                     << ", request content: " << content << ", " << std::endl
-                                     << "response content: " << body);
-        return true;
-    }
-    ZOL_LOG_ERROR("sendRequest: " << request.getMethod() << " " << request.getURI() << " -> " << status << " "
-                                  << response.getReason() << std::endl
-                                  << "request content: " << content << ", " << std::endl
-                                  << "response content: " << body);
-    return false;
-}
-
-/// Sends one request and reads its answer. @return what sendRequest() returns. Throws what POCO throws.
-bool exchange(HTTPClientSession& session, HTTPRequest& request, HTTPResponse& response,
-              const std::string& content, std::string& body, Poco::URI& redirection) {
-    sendWithContent(session, request, content);
-    std::istream& stream = session.receiveResponse(response);
-    Nubo::Net::HTTPEncoderDecoder decoder(request, response);
-    if (response.getStatus() == HTTPResponse::HTTP_TEMPORARY_REDIRECT && response.has("Location")) {
-        redirection = Poco::URI(response.get("Location"));
-        return true;
-    }
-    readBody(session, request, response, decoder, stream, body);
-    if (response.getStatus() == HTTPResponse::HTTP_MULTIPLE_CHOICES)
-        return findHostAddress(body, redirection);
-    return logOutcome(request, response, content, body);
-}
-
-}  // namespace
-
-bool ClientLib::sendRequest(const std::string& hostAddress, Poco::UInt16 portNumber, HTTPResponse& response,
-                            std::string& body, const std::string& method, const std::string& uri,
-                            const std::string& content, Poco::URI& redirection) const {
+bool Call_t::exchange(const std::string& hostAddress, Poco::UInt16 portNumber, const std::string& uri,
+                      Poco::URI& redirection) const {
     std::string path = uri;
     ZOL_LOG_INFO("sendRequest: " << method << " " << path << ", content: " << content);
     if (path.empty()) {
@@ -134,14 +61,7 @@ bool ClientLib::sendRequest(const std::string& hostAddress, Poco::UInt16 portNum
         path.insert(0, 1, '/');
     }
     try {
-        HTTPClientSession session(bareHost(hostAddress), portNumber);
-        session.setKeepAlive(true);
-        HTTPRequest request(method, path, HTTPRequest::HTTP_1_1);
-        request.setContentLength64(static_cast<Poco::Int64>(content.size()));
-        request.setContentType(CONTENT_TYPE);
-        if (!_params.useragent.empty()) request.set("User-Agent", _params.useragent);
-        request.set("Accept", ACCEPT);
-        return exchange(session, request, response, content, body, redirection);
+        return exchangeOn(bareHost(hostAddress), portNumber, path, redirection);
     } catch (const Poco::Exception& e) {
         ZOL_LOG_ERROR("sendRequest: sending request " << path << ": " << e.displayText());
     } catch (...) {
@@ -150,25 +70,45 @@ bool ClientLib::sendRequest(const std::string& hostAddress, Poco::UInt16 portNum
     return false;
 }
 
-namespace {
+bool Call_t::exchangeOn(const std::string& host, Poco::UInt16 portNumber, const std::string& path,
+                        Poco::URI& redirection) const {
+    if (!HttpSyntax::isHost(host)) throw Poco::InvalidArgumentException("not a host");
+    auto request = requestFor({method, path, content, useragent});
+    BoundedSession session(host, portNumber, bounds);
+    session.open(ConnectBudget::Names::MayBeLookedUp);
+    return Nubo::Client::exchange(session, request, response, content, body, redirection);
+}
 
 /// One exchange and, when its answer redirects, a second one where it points; no third.
 /// @param announce writes the line between the two, which each caller words in its own way
-bool sendFollowingOnce(const ClientLib& client, const std::string& hostAddress, Poco::UInt16 portNumber,
-                       HTTPResponse& response, std::string& body, const std::string& method,
-                       const std::string& uri, const std::string& content,
-                       void (*announce)(const Poco::URI& redirection)) {
+bool Call_t::exchangeFollowingOnce(const std::string& hostAddress, Poco::UInt16 portNumber,
+                                   const std::string& uri,
+                                   void (*announce)(const Poco::URI& redirection)) const {
     Poco::URI redirection;
-    const bool done =
-        client.sendRequest(hostAddress, portNumber, response, body, method, uri, content, redirection);
+    const bool done = exchange(hostAddress, portNumber, uri, redirection);
     if (!done || redirection.empty()) return done;
     announce(redirection);
     Poco::URI notFollowed;
-    return client.sendRequest(redirection.getHost(), redirection.getPort(), response, body, method,
-                              redirection.getPathAndQuery(), content, notFollowed);
+    return exchange(redirection.getHost(), redirection.getPort(), redirection.getPathAndQuery(), notFollowed);
 }
 
 }  // namespace
+
+void ClientLib::setRequestTimeout(std::chrono::milliseconds total) {
+    _requests->setTimeout(total);
+}
+
+std::shared_ptr<WaitBounds> ClientLib::requestBounds() const {
+    return std::make_shared<WaitBounds>(_requests->timeout(), WaitBounds::Cancellations{_stop});
+}
+
+bool ClientLib::sendRequest(const std::string& hostAddress, Poco::UInt16 portNumber, HTTPResponse& response,
+                            std::string& body, const std::string& method, const std::string& uri,
+                            const std::string& content, Poco::URI& redirection) const {
+    const HttpRequests::Call inProgress(*_requests);
+    const Call_t call{_params.useragent, requestBounds(), response, body, method, content};
+    return call.exchange(hostAddress, portNumber, uri, redirection);
+}
 
 bool ClientLib::sendRequest(const std::string& hostAddress, Poco::UInt16 portNumber, HTTPResponse& response,
                             std::string& body, const std::string& method, const std::string& uri,
@@ -176,7 +116,9 @@ bool ClientLib::sendRequest(const std::string& hostAddress, Poco::UInt16 portNum
     const auto announce = [](const Poco::URI& redirection) {
         ZOL_LOG_DEBUG(SEND_TO_HOST << ": Redirecting to : " << redirection.getPathAndQuery());
     };
-    return sendFollowingOnce(*this, hostAddress, portNumber, response, body, method, uri, content, announce);
+    const HttpRequests::Call inProgress(*_requests);
+    const Call_t call{_params.useragent, requestBounds(), response, body, method, content};
+    return call.exchangeFollowingOnce(hostAddress, portNumber, uri, announce);
 }
 
 bool ClientLib::sendRequest(HTTPResponse& response, std::string& body, const std::string& method,
@@ -185,8 +127,10 @@ bool ClientLib::sendRequest(HTTPResponse& response, std::string& body, const std
         ZOL_LOG_DEBUG(SEND_TO_REGISTRY << ": Redirecting to " << redirection.getHost() << ":"
                                        << redirection.getPort() << redirection.getPathAndQuery());
     };
-    return sendFollowingOnce(*this, ServiceRegistryConnection::ADDRESS, ServiceRegistryConnection::PORT,
-                             response, body, method, uri, content, announce);
+    const HttpRequests::Call inProgress(*_requests);
+    const Call_t call{_params.useragent, requestBounds(), response, body, method, content};
+    return call.exchangeFollowingOnce(ServiceRegistryConnection::ADDRESS, ServiceRegistryConnection::PORT,
+                                      uri, announce);
 }
 
 }  // namespace Nubo::Client

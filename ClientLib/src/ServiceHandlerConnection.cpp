@@ -229,6 +229,15 @@ bool ServiceHandler::shutdownWebSocket() {
     return worker->shutdown();
 }
 
+// The delegates come off first: this end is not to be reported.
+void ServiceHandler::closeAhead() {
+    const ReconnectThread::Overtake lock(*_reconnectThread, _socketMutex);
+    auto worker = getWebSocket();
+    if (!worker) return;
+    removeDelegates(*worker);
+    worker->closeAhead();
+}
+
 bool ServiceHandler::destroyWebsocket() {
     const ReconnectThread::Overtake lock(*_reconnectThread, _socketMutex);
     if (auto worker = getWebSocket()) {

@@ -1,27 +1,27 @@
 #include <Logging/LogLine.h>
 #include <Nubo/Client/WebSocketRequestHandler.h>
 #include <Nubo/Net/WebSocketSender.h>
+#include <Nubo/Util/SignalsBlocked.h>
 #include <Poco/Exception.h>
 
 #include <sstream>
+#include <thread>
 
 #include "ParsedPayload.h"
 #include "RetryInterval.h"
+#include "SendLock.h"
 
 namespace Nubo::Client {
 
 using Nubo::Command::WebSocketRequestObject;
 using Nubo::Net::WebsocketDataEventPayload;
 using Nubo::Net::WebsocketEventPayload;
-using Lock = Poco::Mutex::ScopedLock;
 
 namespace {
 constexpr const char* RUN = "virtual void Nubo::Client::WebSocketRequestHandler::run()";
 constexpr const char* SHUTDOWN = "bool Nubo::Client::WebSocketRequestHandler::shutdown()";
 constexpr long JOIN_MS = 1000;
-constexpr long CLOSE_GRACE_MS = 10;
-// Delegates parse JSON (nested 128 deep at most) and post to the sink: small enough for hundreds of workers.
-constexpr int STACK_SIZE = 256 * 1024;
+constexpr std::chrono::milliseconds CLOSE_GRACE{10};
 // How long data waits for the first delegate, and how often the thread looks for one meanwhile.
 constexpr std::chrono::seconds EARLY_GRACE{1};
 constexpr long EARLY_POLL_MS = 2;
@@ -29,6 +29,31 @@ constexpr long SEND_LOCK_POLL_MS = 10;
 
 // Of each worker's thread, not of the worker: a delegate may destroy that.
 thread_local LastObjects lastObjects;
+
+/// A worker's socket mutex, for its shutdown: a send that has it and lasts is ended.
+class ShutdownLock {
+public:
+    ShutdownLock(Poco::Mutex& mutex, Poco::SharedPtr<Poco::Net::WebSocket> socket) : _mutex(mutex) {
+        if (_mutex.tryLock(SEND_PATIENCE_MS)) return;
+        if (socket) Nubo::Net::cancelSends(*socket);
+        _mutex.lock();
+    }
+    ~ShutdownLock() { _mutex.unlock(); }
+    ShutdownLock(const ShutdownLock&) = delete;
+    ShutdownLock& operator=(const ShutdownLock&) = delete;
+
+private:
+    Poco::Mutex& _mutex;
+};
+
+// May be called in the handler of an exception that says that memory is short: throws nothing itself.
+void warn(const Poco::Exception& e) noexcept {
+    try {
+        ZOL_LOG_WARNING(RUN << ": A socket is may going down. Exp: " << e.displayText());
+    } catch (...) {
+        // The line is lost, the thread is not.
+    }
+}
 }  // namespace
 
 // --- queue entries ---
@@ -52,8 +77,12 @@ WebSocketRequestHandler::WebSocketRequestHandler(Poco::SharedPtr<Poco::Net::WebS
       _socket(socket),
       _queue(new Poco::NotificationQueue),
       _closeReported(false),
-      _destroyedOnOwnThread(std::make_shared<std::atomic<bool>>(false)) {
-    _threadObject->setStackSize(STACK_SIZE);
+      _destroyedOnOwnThread(std::make_shared<std::atomic<bool>>(false)),
+      _stopMark(new Poco::Notification) {
+    const Nubo::Net::WebSocketProxy endpoints(socket, nullptr);
+    _address = endpoints.address();
+    _peerAddress = endpoints.peerAddress();
+    const Nubo::Util::SignalsBlocked blocked;
     _threadObject->start(*this);  // last: the thread uses every member
 }
 
@@ -81,13 +110,11 @@ void WebSocketRequestHandler::socketClosedHandler(const WebsocketEventPayload& p
 }
 
 Poco::Net::SocketAddress WebSocketRequestHandler::address() {
-    Lock lock(_socketMutex);
-    return _socket ? _socket->address() : Poco::Net::SocketAddress();
+    return getSocket() ? _address : Poco::Net::SocketAddress();
 }
 
 Poco::Net::SocketAddress WebSocketRequestHandler::peerAddress() {
-    Lock lock(_socketMutex);
-    return _socket ? _socket->peerAddress() : Poco::Net::SocketAddress();
+    return getSocket() ? _peerAddress : Poco::Net::SocketAddress();
 }
 
 Poco::Mutex& WebSocketRequestHandler::getSocketMutex() {
@@ -100,21 +127,30 @@ Poco::SharedPtr<Poco::Net::WebSocket> WebSocketRequestHandler::getSocket() const
 }
 
 bool WebSocketRequestHandler::shutdown() {
-    Lock lock(_socketMutex);
-    if (!_disposing) {
-        _disposing = true;
-        wakeThread();
-        joinThread();
-        closeSocket();
-    }
+    const ShutdownLock lock(_socketMutex, getSocket());
+    stopAndCloseLocked();
+    releaseSocketLocked();
     return _finishedThread;
+}
+
+void WebSocketRequestHandler::closeAhead() {
+    const ShutdownLock lock(_socketMutex, getSocket());
+    stopAndCloseLocked();
+}
+
+void WebSocketRequestHandler::stopAndCloseLocked() {
+    _disposing = true;
+    if (_stopped) return;
+    wakeThread();
+    _stopped = true;
+    joinThread();
+    sendCloseFrame();
 }
 
 void WebSocketRequestHandler::wakeThread() {
     _queue->wakeUpAll();
-    // wakeUpAll() is forgotten when the thread is between its look at _disposing and its wait: an entry is
-    // not.
-    _queue->enqueueNotification(new Poco::Notification);
+    // wakeUpAll() is forgotten when the thread is about to wait: an entry is not.
+    _queue->enqueueNotification(_stopMark);
 }
 
 // Held lock: _socketMutex. A thread that wants to send gives up when it finds the lock taken.
@@ -122,17 +158,29 @@ void WebSocketRequestHandler::joinThread() {
     if (Poco::Thread::current() != _threadObject.get()) _joined = _threadObject->tryJoin(JOIN_MS);
 }
 
-void WebSocketRequestHandler::closeSocket() {
+void WebSocketRequestHandler::sendCloseFrame() {
     try {
         Nubo::Net::sendClose(*_socket);
-        Poco::Thread::sleep(CLOSE_GRACE_MS);
+        _releaseAt = std::chrono::steady_clock::now() + CLOSE_GRACE;
     } catch (const Poco::Exception& e) {
         ZOL_LOG_WARNING(SHUTDOWN << ": " << e.displayText());
     } catch (...) {
         // The socket is given up in any case.
     }
+}
+
+void WebSocketRequestHandler::releaseSocketLocked() {
+    if (!_socket) return;
+    std::this_thread::sleep_until(_releaseAt);
     Nubo::Util::MutexLock lock(_mutexSocketPointer);
     _socket.reset();
+}
+
+bool WebSocketRequestHandler::keepUntilClosed(Ptr& listed) {
+    Nubo::Util::MutexLock lock(_mutexSocketPointer);
+    if (_left) return false;
+    _keptUntilClosed.swap(listed);
+    return true;
 }
 
 // --- worker's thread ---
@@ -141,21 +189,35 @@ void WebSocketRequestHandler::run() {
     // A delegate may drop the last pointer to this object: these two outlive it.
     const auto thread = _threadObject;
     const auto destroyed = _destroyedOnOwnThread;
-    // What was queued before a shutdown is gone through to the end, since a close is reported in any case.
-    while (!*destroyed && (!_disposing || !_queue->empty())) handleNext();
-    if (!*destroyed) _finishedThread = true;
+    // What was queued before shutdown() is gone through, since a close is reported in any case.
+    while (!*destroyed && !(_atStopMark && _earlyEntries.empty())) handleNext();
+    if (!*destroyed) leave();
 }
 
-// Touches no member behind handle(), which may have destroyed this object.
-void WebSocketRequestHandler::handleNext() {
+// Touches no member behind handle(), which may have destroyed this object. Nothing is thrown: the thread
+// would end without a word.
+void WebSocketRequestHandler::handleNext() noexcept {
     try {
         const Entry entry = nextEntry();
         if (entry && !mustWaitForDelegates(entry)) handle(*entry);
     } catch (const Poco::Exception& e) {
-        ZOL_LOG_WARNING(RUN << ": A socket is may going down. Exp: " << e.displayText());
+        warn(e);
     } catch (...) {
         // An exception of a delegate costs its notification only.
     }
+}
+
+void WebSocketRequestHandler::leave() {
+    const Ptr last = takeKept(Afterwards::Leave);  // may be the last one, which destroys this object
+    _finishedThread = true;
+}
+
+WebSocketRequestHandler::Ptr WebSocketRequestHandler::takeKept(Afterwards afterwards) {
+    Ptr kept;
+    Nubo::Util::MutexLock lock(_mutexSocketPointer);
+    kept.swap(_keptUntilClosed);
+    _left = afterwards == Afterwards::Leave;
+    return kept;
 }
 
 // Null when the thread was woken up, or when it should look again whether somebody listens by now.
@@ -170,12 +232,17 @@ WebSocketRequestHandler::Entry WebSocketRequestHandler::nextEntry() {
     Poco::AutoPtr<Poco::Notification> notification(_earlyEntries.empty()
                                                        ? _queue->waitDequeueNotification()
                                                        : _queue->waitDequeueNotification(EARLY_POLL_MS));
-    return Entry(dynamic_cast<WebsocketNotification*>(notification.get()), true);
+    Entry entry(dynamic_cast<WebsocketNotification*>(notification.get()), true);
+    if (notification.isNull() || entry) return entry;
+    _atStopMark = _atStopMark || notification == _stopMark;
+    const Ptr last = takeKept(Afterwards::Continue);  // may be the last one, which destroys this object
+    return nullptr;
 }
 
 bool WebSocketRequestHandler::earlyEntriesAreDue() {
     if (_earlyEntries.empty()) return false;
-    _listenedTo = _listenedTo || hasDelegates() || std::chrono::steady_clock::now() >= _earlyDeadline;
+    _listenedTo =
+        _listenedTo || _atStopMark || hasDelegates() || std::chrono::steady_clock::now() >= _earlyDeadline;
     return _listenedTo;
 }
 
@@ -233,6 +300,7 @@ void WebSocketRequestHandler::sendRequest(const WebsocketNotification& entry) {
 // Does not look at _disposing: a close is always reported.
 void WebSocketRequestHandler::raiseClosed(const WebsocketNotification& entry) {
     _closeReported = true;
+    const Ptr last = takeKept(Afterwards::Continue);  // dropped behind the event
     SocketClosed.notify(this, *entry._closeEventPayload);
 }
 

@@ -21,16 +21,25 @@
 #include <Poco/Types.h>
 
 #include <atomic>
+#include <chrono>
 #include <cstdint>
 #include <map>
+#include <memory>
 #include <string>
 #include <vector>
 
 namespace Poco {
 class URI;
 }
+namespace Nubo::Net {
+class Cancellation;
+}
 
 namespace Nubo::Client {
+
+class WorkerTable;
+class HttpRequests;
+class WaitBounds;
 
 /// The one object that an application makes to use the service platform: it owns the connection manager, the
 /// registry's handler, the table of service handlers and the list of open connections.
@@ -71,6 +80,7 @@ public:
     /// Connects nothing and starts no thread.
     /// @param msgSync the application's sink, not owned; it outlives the ClientLib
     /// @param params copied
+    /// @throws Poco::SystemException when the system has no descriptor left
     ClientLib(IMessageSyncInterface* msgSync, const ClientLibParameters& params);
 
     /// The handler registered under exactly that name. Caller's thread.
@@ -82,7 +92,9 @@ public:
     WebSocketRequestHandler::Ptr getServiceRegistryWebSocket() const override;
 
     /// Opens a WebSocket by a GET on "/" and the service's name, and registers it with the connection
-    /// manager. Any thread. Blocks for the connection attempt (POCO: 30 s) and the upgrade (60 s in all).
+    /// manager. Any thread. Blocks for the connection attempt (30 s with the look-up of a name) and the
+    /// upgrade (60 s from then on), on a handler's attempt for as long as the handler has said; shutdown()
+    /// ends it at once. A name's addresses are tried in turn.
     /// @param service the service's name, the path's only segment; may be empty (the registry)
     /// @param address host name or address; an IPv6 literal with or without brackets
     /// @param port TCP port
@@ -90,8 +102,11 @@ public:
     ///        never
     /// @return the connection's worker, never null. Whoever asked for it calls its shutdown(), and then
     ///         destroyWebsocket(), before the last pointer goes: it waits for a send that is under way.
-    /// @throws Poco::NullPointerException before startup() and after shutdown(); otherwise what POCO throws
-    ///         when connecting or the upgrade fails. Nothing is kept then.
+    /// @throws Poco::NullPointerException before startup() and after shutdown();
+    ///         Poco::InvalidArgumentException, with nothing sent, for what cannot be a path, a host or a
+    ///         port, a space or a control character for example; Poco::TimeoutException when the time is
+    ///         over; Poco::Net::ConnectionAbortedException when shutdown() has ended it; otherwise what POCO
+    ///         throws when connecting or the upgrade fails. Nothing is kept then.
     WebSocketRequestHandler::Ptr createNewWebsocket(const std::string& service, const std::string& address,
                                                     int port, uint32_t timeoutBeforePing) override;
 
@@ -100,15 +115,19 @@ public:
     void destroyWebsocket(WebSocketRequestHandler::Ptr wsReqHandler) override;
 
     /// One HTTP exchange with the registry, following one redirection (307 with a Location, or 300 with the
-    /// address in the body's data). Any thread; blocks (POCO's time-outs: 30 s to connect, 60 s per receive).
-    /// @param response status, reason and headers of the last answer
-    /// @param body the last body that was read, also that of a failed request; that of a 307 is not
+    /// address in the body's data). The redirection may lead to any host, and takes method and content along.
+    /// Any thread; blocks for the time of setRequestTimeout() at most, and until shutdown(), which ends it.
+    /// @param response status, reason and headers of the last answer; interim ones (1xx) are left out
+    /// @param body the last body that was read, also a part of one that is not whole; that of a 307 is not.
+    ///        A body of more than 64 MiB, as received or as decoded, fails the request.
     /// @param method as it goes into the request line
     /// @param uri path and query; a '/' in front is added, with a Warning line; empty: false, with an Error
     /// line
     /// @param content request body, JSON; may be empty
-    /// @return true for a status below 400; false otherwise, after an Error line but for a 300 that names no
-    ///         address. Never throws.
+    /// @return true for a status below 400 with a whole body (RFC 9112, 6 and 7); false otherwise, after an
+    ///         Error line, except for a 300 that names no address. A method, path, host, user agent or
+    ///         redirection that cannot stand in a request, having a space or a control character for example,
+    ///         is not sent. Never throws.
     bool sendRequest(Poco::Net::HTTPResponse& response, std::string& body, const std::string& method,
                      const std::string& uri, const std::string& content) const override;
 
@@ -126,8 +145,11 @@ public:
     /// @throws Poco::NullPointerException after shutdown(); what creating the transport throws
     void startup() override;
 
-    /// Shuts every handler down, closes every connection and ends every thread of the library. A second call
-    /// does nothing. Not from inside a callback: it would wait for itself for ever, which an Error line says.
+    /// Shuts every handler down, closes every connection and ends every thread of the library, except one
+    /// that the system's look-up of a name keeps: it touches nothing of the ClientLib, and ends by itself.
+    /// Connection attempts and calls of sendRequest() that are in progress on other threads are ended and
+    /// waited for; later ones fail at once. A second call does nothing. Not from inside a callback: it would
+    /// wait for itself for ever, which an Error line says.
     /// Blocks as ServiceHandler::shutdown() for each handler; connection attempts that are under way end at
     /// the same time, and no handler begins another one.
     void shutdown() override;
@@ -143,6 +165,11 @@ public:
     /// Delegate of the connection manager; forgets the connection's worker and tells it. Manager's thread.
     /// @throws Poco::NullPointerException when the payload has no socket
     virtual void SocketClosedHandler(const Nubo::Net::WebsocketEventPayload& payload);
+
+    /// How long a call of sendRequest(), getResourceElement() or findElementByName() that begins from now on
+    /// may take in all: name look-up, connection, request, answer and redirection. Any thread.
+    /// @param total a minute unless it is set; less than 1 ms counts as 1 ms, more than a day as a day
+    void setRequestTimeout(std::chrono::milliseconds total);
 
     /// sendRequest() to any host and port, following one redirection; in all else as the one above.
     /// @param hostAddress name or address, an IPv6 literal with or without brackets
@@ -191,16 +218,20 @@ private:
     WebSocketRequestHandler::Ptr registerConnection(Poco::SharedPtr<Poco::Net::WebSocket>& socket,
                                                     long timeoutMs);
     Poco::SharedPtr<Nubo::Net::WebsocketConnectionManager> connectionManager() const;
-    enum class AfterFinding { Keep, Forget };
-    WebSocketRequestHandler::Ptr findWorker(const Poco::Net::WebSocket& socket, AfterFinding after);
+    WebSocketRequestHandler::Ptr startWorker(Poco::SharedPtr<Poco::Net::WebSocket>& socket);
+    void IncompleteDroppedHandler(const Nubo::Net::WebsocketDataEventPayload& dropped);
     void exchangeConnectionManager(Poco::SharedPtr<Nubo::Net::WebsocketConnectionManager> manager);
     void unwireTransport();
+    void endAttemptsAndSends();
     void wakeReconnectThreads();
+    void closeAhead();
     void closeConnections();
     bool isRaisingHere() const;
+    std::shared_ptr<WaitBounds> requestBounds() const;
     void releaseReplacedHandlers();
     std::vector<ServiceHandler::Ptr> handlers() const;
 
+    IMessageSyncInterface* const _iMsgSync;  // the application's; handed to the registry's handler
     std::atomic<bool> m_disposing;
     const ClientLibParameters _params;
     services_t _services;  // application's thread only
@@ -212,11 +243,13 @@ private:
 
     // Leaf: shutdown() resets the manager while a reconnect thread may be opening a socket.
     mutable Nubo::Util::Mutex _mutexManager;
-    // Held by the manager's thread while it has a worker in its hands. destroyWebsocket() waits for that: the
-    // thread must not come to hold the last pointer, whose release waits for sends that this thread ends.
-    Nubo::Util::Mutex _mutexDelivery;
     // Handlers that were replaced from inside one of their own callbacks; released once they have returned.
     std::vector<ServiceHandler::Ptr> _replacedHandlers;
+    // _connections and its index.
+    const std::unique_ptr<WorkerTable> _workers;
+    // What shutdown() ends on other threads: connection attempts and HTTP requests.
+    const std::shared_ptr<Nubo::Net::Cancellation> _stop;  // locks itself
+    const std::unique_ptr<HttpRequests> _requests;         // locks itself
 };
 
 }  // namespace Nubo::Client

@@ -274,6 +274,7 @@ private:
     bool waitForNextSeries(long delayMs);
     bool postOpened();
     bool shutdownWebSocket();
+    void closeAhead();
     Connection_t connection() const;
     void setConnection(const WebSocketRequestHandler::Ptr& worker);
     bool post(Nubo::Util::DataMessageBase* message);

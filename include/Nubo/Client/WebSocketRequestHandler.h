@@ -66,14 +66,14 @@ public:
     /// Runs on, Holding, Must not: as SocketDataAvailable. Called: after the last data of the connection.
     Poco::BasicEvent<const Nubo::Net::WebsocketEventPayload, Poco::FastMutex> SocketClosed;
 
-    /// Starts the worker's thread.
+    /// Starts the worker's thread, with the system's default stack size and every signal blocked.
     /// @param socket an open WebSocket, shared. Null is tolerated: requests then go nowhere.
     /// @throws Poco::SystemException when no thread can be started.
     explicit WebSocketRequestHandler(Poco::SharedPtr<Poco::Net::WebSocket>& socket);
 
-    /// Shuts down and returns when the worker's thread has ended, which takes as long as a delegate or a send
-    /// that is under way. On the worker's own thread (a delegate dropped the last pointer) it does not wait:
-    /// the thread ends by itself once the delegate returns.
+    /// Shuts down and returns when the worker's thread has ended: blocks as shutdown(), and as long as a
+    /// delegate that is running. On the worker's own thread (a delegate dropped the last pointer) it does not
+    /// wait: the thread ends by itself once the delegate returns.
     ~WebSocketRequestHandler() override;
     WebSocketRequestHandler(const WebSocketRequestHandler&) = delete;
     WebSocketRequestHandler& operator=(const WebSocketRequestHandler&) = delete;
@@ -85,14 +85,14 @@ public:
     /// line. After shutdown() it is never sent.
     void operator<<(const Nubo::Command::WebSocketRequestObject& request);
 
-    /// Queues received data (copied). Called by the ClientLib, on the connection manager's thread.
+    /// Queues received data (copied), as the ClientLib does on the connection manager's thread.
     void enqueueSocketData(const Nubo::Net::WebsocketDataEventPayload& payload);
 
     /// Queues the report that the socket closed (copied). Called like enqueueSocketData().
     void socketClosedHandler(const Nubo::Net::WebsocketEventPayload& payload);
 
-    /// Local and peer address of the socket; a default address after shutdown(). They may wait for a send.
-    /// @throws Poco::Exception once the connection has ended
+    /// Local and peer address of the socket, as they were at construction; a default address where the socket
+    /// could not tell, and after shutdown(). Never block and never throw.
     Poco::Net::SocketAddress address();
     Poco::Net::SocketAddress peerAddress();  ///< @copydoc address()
 
@@ -101,9 +101,10 @@ public:
     /// registry's worker (ARCHITECTURE.md lists the order).
     Poco::Mutex& getSocketMutex();
 
-    /// The first call waits for a send that is under way and up to 1 s for the thread, sends a close frame
-    /// (code 1000; both sends are bounded by Nubo/Net/WebSocketSender.h) and gives the socket up; further
-    /// calls only report. From the worker's own thread it does not wait.
+    /// The first call stops the thread, sends a close frame (code 1000) and gives the socket up; further
+    /// calls only report. What is queued by then is gone through first: a close is still raised, the rest is
+    /// dropped. Blocks up to 100 ms for a send, which is ended then, up to 1 s for a delegate that is
+    /// running, and 10 ms. From the worker's own thread it does not wait for the thread.
     /// @return true once the thread has ended.
     bool shutdown();
 
@@ -115,9 +116,22 @@ public:
     bool closeReported() const { return _closeReported; }
 
 private:
+    friend class ServiceHandler;  // closes many workers before it waits for any of them
+    friend class WorkerTable;     // queues what comes in, and gives its pointers up
     using Entry = Poco::AutoPtr<WebsocketNotification>;
+    enum class Afterwards { Continue, Leave };
 
-    void handleNext();
+    /// The first half of shutdown(), up to the close frame: shutdown() then does the rest. For many workers,
+    /// of which each needs a moment between its close frame and the release of its socket.
+    void closeAhead();
+    /// Takes over the pointer by which this worker was listed, when its connection has closed. A release may
+    /// wait for the worker's thread, so that thread does it, behind the report of the close.
+    /// @return false, with nothing taken over, when the thread has left its loop
+    bool keepUntilClosed(Ptr& listed);
+    Ptr takeKept(Afterwards afterwards);
+
+    void handleNext() noexcept;
+    void leave();
     Entry nextEntry();
     bool earlyEntriesAreDue();
     bool mustWaitForDelegates(const Entry& entry);
@@ -126,9 +140,11 @@ private:
     void raiseData(const WebsocketNotification& entry);
     void sendRequest(const WebsocketNotification& entry);
     void raiseClosed(const WebsocketNotification& entry);
+    void stopAndCloseLocked();
     void wakeThread();
     void joinThread();
-    void closeSocket();
+    void sendCloseFrame();
+    void releaseSocketLocked();
 
     std::atomic<bool> _disposing;
     std::atomic<bool> _finishedThread;
@@ -148,6 +164,15 @@ private:
     std::deque<Entry> _earlyEntries;
     std::chrono::steady_clock::time_point _earlyDeadline;
     bool _listenedTo = false;  // a delegate was there, or none came in time: nothing waits any more
+    bool _atStopMark = false;  // worker's thread only
+    const Poco::AutoPtr<Poco::Notification> _stopMark;  // the entry behind which nothing is handled
+    // Fixed after construction.
+    Poco::Net::SocketAddress _address;
+    Poco::Net::SocketAddress _peerAddress;
+    bool _stopped = false;                             // guarded by _socketMutex: the stop mark is queued
+    std::chrono::steady_clock::time_point _releaseAt;  // guarded by _socketMutex: not before is _socket reset
+    Ptr _keptUntilClosed ZOL_GUARDED_BY(_mutexSocketPointer);
+    bool _left ZOL_GUARDED_BY(_mutexSocketPointer) = false;  // the thread is behind its loop
 };
 
 }  // namespace Nubo::Client
