@@ -52,9 +52,14 @@ SubscriptionBook::Resource_t& SubscriptionBook::add(const std::string& realUri, 
                                                     bool autosubscribe) {
     Resource_t* resource = findByRealUri(realUri);
     if (resource == nullptr) resource = &addResource(realUri, virtualUri, autosubscribe);
-    std::list<std::string>& subscribers = resource->subscribers->second;
-    subscribers.push_back(virtualUri);
-    _bySubscriber[subscribers.back()] = {resource, std::prev(subscribers.end())};
+    std::list<std::string> one{virtualUri};
+    try {
+        _bySubscriber[one.back()] = {resource, one.begin()};
+    } catch (...) {
+        if (resource->subscribers->second.empty()) removeResource(*resource);
+        throw;
+    }
+    resource->subscribers->second.splice(resource->subscribers->second.end(), one);
     return *resource;
 }
 

@@ -266,6 +266,9 @@ private:
     bool reconnectServiceSocket();
     bool reconnectUnlessConnected(uint64_t& own);
     bool attemptReconnect();
+    bool makeConnection(uint64_t& own);
+    void startOver() noexcept;
+    void askRegistryAgain();
     bool connectToService();
     void startReconnectThread();
     bool joinReconnectThread();
