@@ -3,39 +3,24 @@
 
 #include <Logging/Log.h>
 #include <Nubo/Client/ClientLib.h>
-#include <Nubo/Client/IMessageSyncInterface.h>
-#include <Nubo/Util/DataMessageBase.h>
-#include <Poco/NotificationQueue.h>
+#include <Nubo/Client/MessageQueue.h>
 
+#include <chrono>
 #include <cstdint>
 
-/// A message sink like the one in README.md.
-class Inbox : public Nubo::Client::IMessageSyncInterface {
-public:
-    bool enqueueDataMessage(Nubo::Util::DataMessageBase* message) override {
-        _queue.enqueueNotification(Poco::Notification::Ptr(message));  // takes over the one reference
-        return true;
-    }
+/// Waits for a message and runs it; false when none comes in time.
+inline bool runNext(Nubo::Client::MessageQueue& queue, long milliseconds) {
+    return queue.wait(std::chrono::milliseconds(milliseconds)) && queue.dispatch(1) == 1;
+}
 
-    /// Waits for a message and runs it; false when none comes in time.
-    bool runNext(long milliseconds) {
-        Poco::AutoPtr<Poco::Notification> next(_queue.waitDequeueNotification(milliseconds));
-        if (next) static_cast<Nubo::Util::DataMessageBase&>(*next).processData();
-        return !next.isNull();
+/// Runs messages as they come until done() is true; false when none comes in time.
+template <typename Done>
+bool runUntil(Nubo::Client::MessageQueue& queue, const Done& done, long milliseconds) {
+    while (!done()) {
+        if (!runNext(queue, milliseconds)) return done();
     }
-
-    /// Runs messages as they come until done() is true; false when none comes in time.
-    template <typename Done>
-    bool runUntil(const Done& done, long milliseconds) {
-        while (!done()) {
-            if (!runNext(milliseconds)) return done();
-        }
-        return true;
-    }
-
-private:
-    Poco::NotificationQueue _queue;
-};
+    return true;
+}
 
 constexpr std::uint32_t PING_AFTER_MS = 60000;
 

@@ -16,11 +16,12 @@ using Nubo::Client::ServiceListener;
 class LibraryPipeline : public Pipeline {
 public:
     LibraryPipeline(std::string service, std::size_t listeners, std::size_t each)
-        : _service(std::move(service)), _each(each), _lib(&_inbox, usualParameters()) {
+        : _service(std::move(service)), _each(each), _lib(&_queue, usualParameters()) {
         _lib.startup();
-        _lib.addService(new ServiceHandler(_service, &_lib, &_inbox, PING_AFTER_MS, true));
+        _lib.addService(new ServiceHandler(_service, &_lib, &_queue, PING_AFTER_MS, true));
         for (std::size_t i = 0; i < listeners; ++i) addListener(static_cast<std::uint16_t>(10 + i));
-        if (!_inbox.runUntil([this] { return _listeners.back()->available; }, WAIT_MS))
+        if (!runUntil(
+                _queue, [this] { return _listeners.back()->available; }, WAIT_MS))
             throw std::runtime_error("the service does not become available");
     }
     ~LibraryPipeline() override {
@@ -42,7 +43,7 @@ public:
     }
 
 protected:
-    bool runNext() override { return _inbox.runNext(WAIT_MS); }
+    bool runNext() override { return ::runNext(_queue, WAIT_MS); }
 
 private:
     struct Listener : ServiceListener {
@@ -64,7 +65,7 @@ private:
 
     const std::string _service;
     const std::size_t _each;
-    Inbox _inbox;
+    Nubo::Client::MessageQueue _queue;
     ClientLib _lib;
     std::vector<std::unique_ptr<Listener>> _listeners;
 };

@@ -28,7 +28,7 @@ constexpr std::size_t MANY = 500;
 /// An application with a number of services.
 class Application {
 public:
-    Application() : _lib(&_inbox, usualParameters()) { _lib.startup(); }
+    Application() : _lib(&_queue, usualParameters()) { _lib.startup(); }
     ~Application() { _lib.shutdown(); }
     Application(const Application&) = delete;
     Application& operator=(const Application&) = delete;
@@ -37,7 +37,7 @@ public:
     void grow(std::size_t count, const std::string& name = "Service") {
         while (_handlers.size() < count) {
             _handlers.push_back(_lib.addService(new ServiceHandler(name + std::to_string(_handlers.size()),
-                                                                   &_lib, &_inbox, PING_AFTER_MS, true)));
+                                                                   &_lib, &_queue, PING_AFTER_MS, true)));
         }
     }
 
@@ -46,12 +46,12 @@ public:
             while (_available < _handlers.size() && _handlers[_available]->isAvailable()) ++_available;
             return _available == _handlers.size();
         };
-        if (!_inbox.runUntil(all, WAIT_MS)) throw std::runtime_error("services do not become available");
+        if (!runUntil(_queue, all, WAIT_MS)) throw std::runtime_error("services do not become available");
     }
 
     /// Runs messages until none has come for a while.
     void settle() {
-        while (_inbox.runNext(QUIET_MS)) {
+        while (runNext(_queue, QUIET_MS)) {
         }
     }
 
@@ -61,7 +61,7 @@ private:
     static constexpr long WAIT_MS = 10000;
     static constexpr long QUIET_MS = 200;
 
-    Inbox _inbox;
+    Nubo::Client::MessageQueue _queue;
     ClientLib _lib;
     std::vector<ServiceHandler::Ptr> _handlers;
     std::size_t _available = 0;

@@ -6,8 +6,8 @@
 // Usage: soak MINUTES [SEED]      exits 1 when anything was lost, duplicated, or did not heal
 
 #include <Nubo/Client/ClientLib.h>
+#include <Nubo/Client/MessageQueue.h>
 #include <Nubo/Client/ServiceListener.h>
-#include <Nubo/Simulator/MessageSink.h>
 #include <Nubo/Simulator/Platform.h>
 #include <Nubo/Simulator/Registry.h>
 #include <Nubo/Simulator/Service.h>
@@ -142,7 +142,7 @@ private:
     bool toldAll(int change);
 
     Platform _platform;
-    MessageSink _sink;
+    MessageQueue _sink;
     std::mt19937 _random;
     ClientLib _client;
     Figures_t _figures;

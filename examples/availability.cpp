@@ -1,8 +1,8 @@
 // A feature that cannot do without one service and is better with another: mandatory and optional services.
 
 #include <Nubo/Client/ClientLib.h>
+#include <Nubo/Client/MessageQueue.h>
 #include <Nubo/Client/ServiceListener.h>
-#include <Nubo/Simulator/MessageSink.h>
 #include <Nubo/Simulator/Platform.h>
 
 #include <iostream>
@@ -46,17 +46,17 @@ int main() {
     ClientLib::ClientLibParameters parameters{};  // zero: no pings, no TCP keep-alive
     parameters.countConnectService_Retry = 3;
     parameters.delayConnectService_Retry = 100;  // milliseconds
-    Nubo::Simulator::MessageSink sink;
-    ClientLib client(&sink, parameters);
+    MessageQueue queue;
+    ClientLib client(&queue, parameters);
     client.startup();
     for (const std::string name : {"Media", "Lyrics"})
-        client.addService(new ServiceHandler(name, &client, &sink, 5000, true));
+        client.addService(new ServiceHandler(name, &client, &queue, 5000, true));
     Karaoke karaoke(client);
     karaoke.startup();
 
     bool asExpected = true;
     const auto becomes = [&](const std::string& state) {
-        asExpected &= sink.dispatchUntil([&] { return karaoke.state == state; }, 10s);
+        asExpected &= queue.dispatchUntil([&] { return karaoke.state == state; }, 10s);
     };
     becomes("plays");
     lyrics.registerService();

@@ -1,11 +1,10 @@
-// An application that lives in a loop of its own, epoll here, a GUI's elsewhere: the sink wakes the loop.
+// An application that lives in a loop of its own, epoll here, a GUI's elsewhere: the queue wakes the loop.
 
 #include <Nubo/Client/ClientLib.h>
-#include <Nubo/Client/ServiceListener.h>
-#include <Nubo/Simulator/MessageSink.h>
+#include <Nubo/Client/MessageQueue.h>
+#include <Nubo/Client/Subscription.h>
 #include <Nubo/Simulator/Platform.h>
 #include <sys/epoll.h>
-#include <sys/eventfd.h>
 #include <sys/timerfd.h>
 #include <unistd.h>
 
@@ -15,48 +14,6 @@
 using namespace Nubo::Client;
 
 namespace {
-
-/// A sink with a descriptor that is readable while messages wait.
-class WakingSink : public Nubo::Simulator::MessageSink {
-public:
-    ~WakingSink() override { ::close(descriptor); }
-
-    // Any thread. Adding to an eventfd does not block.
-    bool enqueueDataMessage(Nubo::Util::DataMessageBase* message) override {
-        const bool accepted = MessageSink::enqueueDataMessage(message);
-        ::eventfd_write(descriptor, 1);
-        return accepted;
-    }
-
-    // The loop's thread. Read first: a message that comes afterwards wakes the loop again.
-    void runMessages() {
-        eventfd_t ignored = 0;
-        if (::eventfd_read(descriptor, &ignored) == 0) dispatch();
-    }
-
-    const int descriptor = ::eventfd(0, EFD_NONBLOCK | EFD_CLOEXEC);
-};
-
-class Meter : public ServiceListener {
-public:
-    explicit Meter(ClientLib& client) : ServiceListener(&client, 1) { addServiceToMonitor("Power", false); }
-    ~Meter() override { shutdown(); }
-
-    void HandleMicroServicesAvailable(bool available) override {
-        if (available && _subscription.empty())
-            _subscription = addSubscription("/Power/batteries/main", "", 0, "", false);
-    }
-    void HandleServiceHandlerNotification(
-        const ServiceHandler::ServiceHandlerNotificationData_t& data) override {
-        if (const auto battery = data.container->getObject("data")) charge = battery->getValue<int>("charge");
-        std::cout << "charge: " << charge << " %" << std::endl;
-    }
-
-    int charge = 0;
-
-private:
-    std::string _subscription;
-};
 
 void watch(int epoll, int descriptor) {
     epoll_event event = {};
@@ -75,26 +32,32 @@ int main() {
     ClientLib::ClientLibParameters parameters{};  // zero: no pings, no TCP keep-alive
     parameters.countConnectService_Retry = 3;
     parameters.delayConnectService_Retry = 100;  // milliseconds
-    WakingSink sink;
-    ClientLib client(&sink, parameters);
+    MessageQueue queue;
+    ClientLib client(&queue, parameters);
     client.startup();
-    client.addService(new ServiceHandler("Power", &client, &sink, 5000, true));
-    Meter meter(client);
+    client.addService(new ServiceHandler("Power", &client, &queue, 5000, true));
+    SubscribingListener meter(&client, 1);
+    meter.addServiceToMonitor("Power", false);
+    int charge = 0;
+    const auto battery = meter.subscribe("/Power/batteries/main", [&charge](const Notification& data) {
+        if (const auto now = data.container->getObject("data")) charge = now->getValue<int>("charge");
+        std::cout << "charge: " << charge << " %" << std::endl;
+    });
     meter.startup();
 
     const int timer = ::timerfd_create(CLOCK_MONOTONIC, TFD_CLOEXEC);  // the loop's other work: it charges
     const itimerspec everyFiftyMs = {{0, 50'000'000}, {0, 50'000'000}};
     ::timerfd_settime(timer, 0, &everyFiftyMs, nullptr);
     const int epoll = ::epoll_create1(EPOLL_CLOEXEC);
-    watch(epoll, sink.descriptor);
+    watch(epoll, queue.descriptor());
     watch(epoll, timer);
 
-    for (int ticks = 0; meter.charge < 5 && ticks < 1000;) {
+    for (int ticks = 0; charge < 5 && ticks < 1000;) {
         epoll_event event = {};
         if (::epoll_wait(epoll, &event, 1, -1) != 1) continue;
         std::uint64_t expired = 0;
-        if (event.data.fd == sink.descriptor)
-            sink.runMessages();
+        if (event.data.fd == queue.descriptor())
+            queue.dispatch();
         else if (::read(timer, &expired, sizeof expired) == sizeof expired)
             power.setElement("batteries", "main", R"({"charge":)" + std::to_string(++ticks) + "}");
     }
@@ -103,5 +66,5 @@ int main() {
     client.shutdown();
     ::close(epoll);
     ::close(timer);
-    return meter.charge >= 5 ? 0 : 1;
+    return charge >= 5 ? 0 : 1;
 }

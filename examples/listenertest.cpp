@@ -1,8 +1,8 @@
 // How an application tests its own listener: against services that the test itself plays.
 
 #include <Nubo/Client/ClientLib.h>
-#include <Nubo/Client/ServiceListener.h>
-#include <Nubo/Simulator/MessageSink.h>
+#include <Nubo/Client/MessageQueue.h>
+#include <Nubo/Client/Subscription.h>
 #include <Nubo/Simulator/Platform.h>
 #include <gtest/gtest.h>
 
@@ -15,29 +15,26 @@ using namespace std::chrono_literals;
 namespace {
 
 /// What is tested: shows the title of a track.
-class TrackDisplay : public ServiceListener {
+class TrackDisplay {
 public:
-    explicit TrackDisplay(ClientLib& client) : ServiceListener(&client, 1) {
-        addServiceToMonitor("Media", false);
-    }
-    ~TrackDisplay() override { shutdown(); }
-
-    void HandleMicroServicesAvailable(bool available) override {
-        if (!available) shown = "(no Media)";
-        if (available && _subscription.empty())
-            _subscription = addSubscription("/Media/tracks/0xa", "", 0, "", false);
-    }
-    void HandleServiceHandlerNotification(
-        const ServiceHandler::ServiceHandlerNotificationData_t& data) override {
-        if (data.hasElementGone()) shown = "(removed)";
-        if (const auto track = data.container->getObject("data"))
-            shown = track->getValue<std::string>("title");
+    explicit TrackDisplay(ClientLib& client) : _listener(&client, 1) {
+        _listener.addServiceToMonitor("Media", false);
+        _listener.onAvailability([this](bool available) {
+            if (!available) shown = "(no Media)";
+        });
+        _track = _listener.subscribe("/Media/tracks/0xa", [this](const Notification& data) {
+            if (data.hasElementGone()) shown = "(removed)";
+            if (const auto track = data.container->getObject("data"))
+                shown = track->getValue<std::string>("title");
+        });
+        _listener.startup();
     }
 
     std::string shown = "(no Media)";
 
 private:
-    std::string _subscription;
+    SubscribingListener _listener;
+    Subscription _track;
 };
 
 class TrackDisplayTest : public testing::Test {
@@ -45,12 +42,11 @@ protected:
     TrackDisplayTest() {
         media.setElement("tracks", "0xa", R"({"title":"First"})");
         client.startup();
-        client.addService(new ServiceHandler("Media", &client, &sink, 5000, true));
+        client.addService(new ServiceHandler("Media", &client, &queue, 5000, true));
         display.emplace(client);  // now that the client knows Media
-        display->startup();
     }
     ~TrackDisplayTest() override {
-        display->shutdown();
+        display.reset();
         client.shutdown();
     }
 
@@ -62,13 +58,13 @@ protected:
     }
     /// Waits for what the display shall show, and no longer. The deadline is for a test that fails.
     bool shows(const std::string& text) {
-        return sink.dispatchUntil([&] { return display->shown == text; }, 10s);
+        return queue.dispatchUntil([&] { return display->shown == text; }, 10s);
     }
 
     Platform platform;
     Service& media = platform.addService("Media");
-    MessageSink sink;
-    ClientLib client{&sink, parameters()};
+    MessageQueue queue;
+    ClientLib client{&queue, parameters()};
     std::optional<TrackDisplay> display;
 };
 

@@ -2,13 +2,14 @@
 // one of its resources is read and subscribed to, the service is restarted, the application stops.
 
 #include <Nubo/Client/ClientLib.h>
-#include <Nubo/Client/ServiceListener.h>
+#include <Nubo/Client/MessageQueue.h>
+#include <Nubo/Client/Subscription.h>
 #include <Nubo/Command/ResponseObject.h>
 #include <Nubo/Command/WebSocketResponseObject.h>
-#include <Nubo/Simulator/MessageSink.h>
 #include <Nubo/Simulator/Platform.h>
 
 #include <iostream>
+#include <optional>
 #include <stdexcept>
 
 using namespace Nubo::Client;
@@ -35,26 +36,32 @@ std::string track(const std::string& title) {
 }
 
 /// One feature of the application: needs the service Media and follows one track. Runs on main's thread.
-class Player : public ServiceListener {
+class Player {
 public:
-    explicit Player(ClientLib& client) : ServiceListener(&client, 1) { addServiceToMonitor("Media", false); }
-    ~Player() override { shutdown(); }  // so that no way out of run() leaves it hooked on the client
-
-    void HandleMicroServicesAvailable(bool nowAvailable) override {
-        available = nowAvailable;
-        say(available ? "Media is available" : "Media is not available");
+    explicit Player(ClientLib& client) : _listener(&client, 1) {
+        _listener.addServiceToMonitor("Media", false);
+        _listener.onAvailability([this](bool nowAvailable) {
+            available = nowAvailable;
+            say(available ? "Media is available" : "Media is not available");
+        });
+        _listener.startup();
     }
 
-    void HandleServiceHandlerNotification(
-        const ServiceHandler::ServiceHandlerNotificationData_t& data) override {
-        if (data.type != Nubo::Command::WebSocketResponseObject::TYPE_DATA) return;  // an error
-        title = titleIn(*data.container);
-        say("notification " + std::to_string(++notifications) + ": the title is \"" + title + "\"");
+    void followTrack() {
+        track = _listener.subscribe(TRACK, [this](const Notification& data) {
+            if (data.type != Nubo::Command::WebSocketResponseObject::TYPE_DATA) return;  // an error
+            title = titleIn(*data.container);
+            say("notification " + std::to_string(++notifications) + ": the title is \"" + title + "\"");
+        });
     }
 
     bool available = false;
     std::string title;
     int notifications = 0;
+    Subscription track;
+
+private:
+    SubscribingListener _listener;
 };
 
 void run() {
@@ -69,41 +76,40 @@ void run() {
     parameters.countConnectService_Retry = 3;
     parameters.delayConnectService_Retry = 100;  // milliseconds
 
-    Nubo::Simulator::MessageSink sink;  // outlives the client, which outlives the listeners
-    ClientLib client(&sink, parameters);
+    MessageQueue queue;  // outlives the client, which outlives the listeners
+    ClientLib client(&queue, parameters);
     client.startup();
-    client.addService(new ServiceHandler("Media", &client, &sink, 5000, true));
-    Player player(client);
-    player.startup();
+    client.addService(new ServiceHandler("Media", &client, &queue, 5000, true));
+    std::optional<Player> player(client);
 
     // Runs the library's messages, and with them the player's callbacks, on this thread.
-    const auto comes = [&sink](auto condition) { return sink.dispatchUntil(condition, 3s); };
-    require(comes([&] { return player.available; }), "Media did not become available");
+    const auto comes = [&queue](auto condition) { return queue.dispatchUntil(condition, 3s); };
+    require(comes([&] { return player->available; }), "Media did not become available");
 
     const auto answer = client.getResourceElement(TRACK);
     require(answer, "cannot read " + TRACK);
     say("read through the registry: the title is \"" + titleIn(*answer) + "\"");
 
-    const std::string subscription = player.addSubscription(TRACK, "", 0, "", false);
-    require(!subscription.empty(), "cannot subscribe to " + TRACK);
-    say("subscribed as " + subscription);
-    require(comes([&] { return player.title == "First"; }), "the present title did not come");
+    player->followTrack();
+    require(!player->track.uri().empty(), "cannot subscribe to " + TRACK);
+    say("subscribed as " + player->track.uri());
+    require(comes([&] { return player->title == "First"; }), "the present title did not come");
     for (const std::string title : {"Second", "Third"}) {
         media.setElement("tracks", "0xa", track(title));
-        require(comes([&] { return player.title == title; }), "no notification of the title " + title);
+        require(comes([&] { return player->title == title; }), "no notification of the title " + title);
     }
 
     say("Media is stopped, its track changed, and Media started again");
     media.stop();
-    require(comes([&] { return !player.available; }), "the loss of Media was not noticed");
+    require(comes([&] { return !player->available; }), "the loss of Media was not noticed");
     media.setElement("tracks", "0xa", track("Fourth"));
     media.start();
-    require(comes([&] { return player.available; }), "Media did not come back");
-    require(comes([&] { return player.title == "Fourth"; }), "the notifications did not come back");
+    require(comes([&] { return player->available; }), "Media did not come back");
+    require(comes([&] { return player->title == "Fourth"; }), "the notifications did not come back");
 
-    player.shutdown();  // first the listeners,
+    player.reset();     // first the listeners,
     client.shutdown();  // then the client: no thread of the library is left,
-    sink.dispatch();    // then the messages that are still there; they do nothing any more
+    queue.close();      // then the messages that are still there: they are dropped
     say("stopped");
 }
 

@@ -1,9 +1,9 @@
 // Two features that follow the same resource: one subscription at the service, one callback for each feature.
 
 #include <Nubo/Client/ClientLib.h>
+#include <Nubo/Client/MessageQueue.h>
 #include <Nubo/Client/ServiceListener.h>
 #include <Nubo/Client/UserStory.h>
-#include <Nubo/Simulator/MessageSink.h>
 #include <Nubo/Simulator/Platform.h>
 
 #include <iostream>
@@ -60,14 +60,14 @@ int main() {
     ClientLib::ClientLibParameters parameters{};  // zero: no pings, no TCP keep-alive
     parameters.countConnectService_Retry = 3;
     parameters.delayConnectService_Retry = 100;  // milliseconds
-    Nubo::Simulator::MessageSink sink;
-    ClientLib client(&sink, parameters);
+    MessageQueue queue;
+    ClientLib client(&queue, parameters);
     client.startup();
-    client.addService(new ServiceHandler("Media", &client, &sink, 5000, true));
+    client.addService(new ServiceHandler("Media", &client, &queue, 5000, true));
 
     bool asExpected = true;
     const auto becomes = [&](const Feature& feature, const std::string& title) {
-        asExpected &= sink.dispatchUntil([&] { return feature.title == title; }, 10s);
+        asExpected &= queue.dispatchUntil([&] { return feature.title == title; }, 10s);
     };
     Feature display(client, "display");
     display.startup();

@@ -1,8 +1,8 @@
 // How a program ends on SIGTERM: in the right order, on the thread that runs the messages, outside callbacks.
 
 #include <Nubo/Client/ClientLib.h>
+#include <Nubo/Client/MessageQueue.h>
 #include <Nubo/Client/ServiceListener.h>
-#include <Nubo/Simulator/MessageSink.h>
 #include <Nubo/Simulator/Platform.h>
 
 #include <csignal>
@@ -43,21 +43,21 @@ int main() {
     ClientLib::ClientLibParameters parameters{};  // zero: no pings, no TCP keep-alive
     parameters.countConnectService_Retry = 3;
     parameters.delayConnectService_Retry = 100;  // milliseconds
-    auto sink = std::make_unique<Nubo::Simulator::MessageSink>();
-    auto client = std::make_unique<ClientLib>(sink.get(), parameters);
+    auto queue = std::make_unique<MessageQueue>();
+    auto client = std::make_unique<ClientLib>(queue.get(), parameters);
     client->startup();
-    client->addService(new ServiceHandler("Time", client.get(), sink.get(), 5000, true));
+    client->addService(new ServiceHandler("Time", client.get(), queue.get(), 5000, true));
     auto clock = std::make_unique<Clock>(*client);
     clock->startup();
 
-    sink->dispatchUntil([] { return stopRequested != 0; }, 10s);
+    queue->dispatchUntil([] { return stopRequested != 0; }, 10s);
 
     clock->shutdown();   // 1. the listeners: no callback comes any more, their subscriptions are removed
     client->shutdown();  // 2. the client: its connections are closed, its threads have ended
-    sink->dispatch();  // 3. what is left in the sink: it does nothing any more (dropping it would do as well)
-    clock.reset();     // 4. the objects: listeners,
-    client.reset();    //    the client, which listeners point to,
-    sink.reset();      //    the sink, which the client points to
+    queue->close();      // 3. what is left in the queue is dropped
+    clock.reset();       // 4. the objects: listeners,
+    client.reset();      //    the client, which listeners point to,
+    queue.reset();       //    the queue, which the client points to
 
     const bool nothingLeft = platform.waitFor([&] { return time.openSockets() == 0; }, 10s);
     std::cout << (nothingLeft ? "stopped" : "a connection is left") << std::endl;

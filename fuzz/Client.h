@@ -1,7 +1,7 @@
 #ifndef FUZZ_CLIENT_H
 #define FUZZ_CLIENT_H
 
-#include <Nubo/Simulator/MessageSink.h>
+#include <Nubo/Client/MessageQueue.h>
 
 #include <string>
 
@@ -27,7 +27,7 @@ struct Client {
 
     LogCapture log{Poco::Message::PRIO_INFORMATION};
     FakeClientLib& lib = withoutRegistry();
-    Nubo::Simulator::MessageSink sink;
+    Nubo::Client::MessageQueue sink;
     TestHandler::Ptr handler{new TestHandler("Media", &lib, &sink, 0, true)};
     Notifications notifications{handler};
 };

@@ -382,10 +382,12 @@ TEST_P(StalledSend, EndsTheConnection) {
     };
     manager->addConnection(link.socket, 0);
     sending = std::async(std::launch::async, [&, socket = link.socket]() mutable {
-        if (GetParam().byDelegate)
-            link.peer.send(frames::text("write"));
-        else
+        if (!GetParam().byDelegate) {
             Nubo::Net::sendFrame(*socket, message, WebSocket::FRAME_TEXT);
+        } else {
+            link.peer.send(frames::text("write"));
+            recorder.wait(2, socket);  // as long as the send lasts
+        }
     });
     link.peer.awaitData();
     const auto start = MonotonicClock::now();
@@ -471,6 +473,29 @@ TEST_F(ConnectionManager, AMessageIsWholeInTime) {
     }
 }
 
+TEST_F(ConnectionManager, AFloodOfTinyMessagesLeavesTheOthersTheirTurn) {
+    std::string flood;
+    for (int i = 0; i < 20000; ++i) flood += frames::text("");
+    Link other = add();
+    Link link = connect();
+    std::promise<void> begun, sent;
+    std::atomic<std::size_t> tiny{0}, tinyBefore{0};
+    recorder.onMessage = [&](const WebsocketDataEventPayload& payload) {
+        if (!payload.data.empty()) tinyBefore = tiny.load();
+        if (!payload.data.empty() || ++tiny != 1) return;
+        begun.set_value();
+        sent.get_future().wait_for(DEADLINE);
+    };
+    manager->addConnection(link.socket, 0);
+    link.peer.send(flood);
+    begun.get_future().wait_for(DEADLINE);
+    other.peer.send(frames::text("prompt"));
+    sent.set_value();
+    EXPECT_TRUE(eventually([&] { return tiny == 20000; }));
+    EXPECT_LE(tinyBefore, 2 * TransportLimits::TURN_MESSAGES);
+    EXPECT_EQ(recorder.wait(1, other.socket), Log{"text prompt"});
+}
+
 TEST_F(ConnectionManager, TooManyObjectsInOneMessageCostTheConnection) {
     struct {
         void onObject(const WebsocketDataEventPayload&) { ++count; }
@@ -511,81 +536,74 @@ struct Flood {
 
 class Flooded : public ConnectionManager, public testing::WithParamInterface<Flood> {
 protected:
+    ~Flooded() override { manager.reset(); }  // before what its events use here
+
+    /// Returns when so many have come as may wait.
+    Link begin() {
+        Link link = connect();
+        recorder.recording = false;
+        recorder.onMessage = [this](const auto& payload) { hold(payload); };
+        manager->addConnection(link.socket, 5000);
+        sending = std::async(std::launch::async, [peer = link.peer]() mutable {
+            std::string some;
+            for (std::size_t i = 0; i < GetParam().count; ++i) {
+                some += frames::text(std::to_string(i) + GetParam().text);
+                if (some.size() < 65536 && i + 1 < GetParam().count) continue;
+                peer.send(some);
+                some.clear();
+            }
+        });
+        EXPECT_TRUE(eventually([&] { return came >= GetParam().mayWait; }));
+        return link;
+    }
+
     void hold(const WebsocketDataEventPayload& payload) {
         if (payload.data == "sync") return;
         const std::lock_guard<std::mutex> lock(mutex);
-        inOrder = inOrder && payload.data == std::to_string(came) + GetParam().text;
-        ++came;
+        inOrder = inOrder && payload.data == std::to_string(came++) + GetParam().text;
         held.push_back(payload.receipt);
     }
 
-    std::size_t received() {
-        const std::lock_guard<std::mutex> lock(mutex);
-        return came;
-    }
-
-    /// What has come is delivered. The last release is on this thread, without the lock.
+    /// What has come is delivered, on this thread.
     void deliver() {
         std::vector<std::shared_ptr<const void>> delivered;
         const std::lock_guard<std::mutex> lock(mutex);
         held.swap(delivered);
     }
 
+    std::atomic<std::size_t> came{0};
+    std::atomic<bool> inOrder{true};
     std::mutex mutex;
-    std::vector<std::shared_ptr<const void>> held;  // these three guarded by mutex
-    std::size_t came = 0;
-    bool inOrder = true;
+    std::vector<std::shared_ptr<const void>> held;  // guarded by mutex
+    std::future<void> sending;
 };
 
 TEST_P(Flooded, ReadsNoMoreThanMayWaitAndGoesOnWhenItIsDelivered) {
-    const Flood& flood = GetParam();
     Link other = add();
-    Link link = connect();
-    recorder.recording = false;
-    recorder.onMessage = [this](const auto& payload) { hold(payload); };
-    manager->addConnection(link.socket, 5000);
-    auto sending = std::async(std::launch::async, [&] {
-        std::string some;
-        for (std::size_t i = 0; i < flood.count; ++i) {
-            some += frames::text(std::to_string(i) + flood.text);
-            if (some.size() < 65536 && i + 1 < flood.count) continue;
-            link.peer.send(some);
-            some.clear();
-        }
-    });
-    EXPECT_TRUE(eventually([&] { return received() >= flood.mayWait; }));
+    Link link = begin();
     recorder.recording = true;
     for (int i = 0; i < 50; ++i) {
         sync(other);  // has its turn, and the flood has none
         MonotonicClock::advance(5s);
     }
     recorder.recording = false;
-    EXPECT_EQ(received(), flood.mayWait) << "neither more, nor its end for silence";
+    EXPECT_EQ(came, GetParam().mayWait) << "neither more, nor its end for silence";
     EXPECT_TRUE(eventually([&] {
         deliver();
-        return received() == flood.count;
+        return came == GetParam().count;
     }));
     sending.get();
     EXPECT_TRUE(inOrder);
 }
 
 TEST_P(Flooded, IsRemovedAtOnceWhileItIsNotRead) {
-    Link link = connect();
-    recorder.recording = false;
-    recorder.onMessage = [this](const auto& payload) { hold(payload); };
-    manager->addConnection(link.socket, 0);
-    std::string some;
-    auto sending = std::async(std::launch::async, [&] {
-        for (std::size_t i = 0; i < GetParam().count; ++i)
-            link.peer.send(frames::text(std::to_string(i) + GetParam().text));
-    });
-    EXPECT_TRUE(eventually([&] { return received() >= GetParam().mayWait; }));
+    Link link = begin();
     manager->removeConnection(link.socket);
     EXPECT_EQ(link.peer.receive().payload, frames::number(1000, 2));
     MonotonicClock::advance(TransportLimits::CLOSE_LINGER);
     EXPECT_TRUE(eventually([&] { return isClosed(link.socket); }));
     sending.wait();
-    EXPECT_EQ(received(), GetParam().mayWait);
+    EXPECT_EQ(came, GetParam().mayWait);
 }
 
 INSTANTIATE_TEST_SUITE_P(By, Flooded,

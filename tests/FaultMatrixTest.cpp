@@ -440,7 +440,7 @@ TEST_F(RecoveryTest, SubscriptionsAroundTheAnnouncementAreSentOnce) {
 }
 
 struct Mortal : ServiceHandler {
-    Mortal(ClientLib* lib, MessageSink* sink, bool& destroyed)
+    Mortal(ClientLib* lib, MessageQueue* sink, bool& destroyed)
         : ServiceHandler("Media", lib, sink, 0, true), gone(destroyed) {}
     ~Mortal() override { gone = true; }
     bool& gone;

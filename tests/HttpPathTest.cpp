@@ -2,9 +2,9 @@
 // wire, and the log lines with their levels.
 
 #include <Nubo/Client/ClientLib.h>
+#include <Nubo/Client/MessageQueue.h>
 #include <Nubo/ServiceRegistryConnection.h>
 #include <Nubo/Simulator/Faults.h>
-#include <Nubo/Simulator/MessageSink.h>
 #include <Poco/URI.h>
 #include <dlfcn.h>
 #include <gtest/gtest.h>
@@ -107,7 +107,7 @@ struct HttpPathTest : testing::Test {
         return client.sendRequest(response, body, method, uri, content);
     }
 
-    Nubo::Simulator::MessageSink sink;
+    Nubo::Client::MessageQueue sink;
     ClientLib::ClientLibParameters parameters{};
     ClientLib client{&sink, parameters};
     Poco::Net::HTTPResponse response;
@@ -391,7 +391,7 @@ TEST(HttpPathDeathTest, NoSignalWhenThePeerCloses) {
         ::pthread_sigmask(SIG_UNBLOCK, &pipe, nullptr);  // POCO blocks it
         Poco::Net::ServerSocket server(Poco::Net::SocketAddress("127.0.0.1", 0));
         std::thread closing([&] { server.acceptConnection().close(); });
-        Nubo::Simulator::MessageSink sink;
+        Nubo::Client::MessageQueue sink;
         Poco::Net::HTTPResponse response;
         std::string body;
         const bool sent = ClientLib(&sink, {}).sendRequest("127.0.0.1", server.address().port(), response,

@@ -1,4 +1,3 @@
-#include <Nubo/Simulator/MessageSink.h>
 #include <gmock/gmock.h>
 
 #include <poll.h>
@@ -12,11 +11,11 @@
 #include "LossRate.h"
 #include "ReconnectThread.h"
 #include "RefusedThreads.h"
+#include "RefusingQueue.h"
 
 namespace {
 
 using namespace Nubo::Client;
-using namespace Nubo::Simulator;
 using namespace std::chrono_literals;
 using testing::ElementsAre;
 using testing::IsEmpty;
@@ -40,7 +39,7 @@ protected:
 
     LogCapture log;
     FakeClientLib lib;
-    MessageSink sink;
+    RefusingQueue sink;
     TestHandler::Ptr handler = make(4, 1);
 };
 
@@ -150,7 +149,7 @@ TEST_F(ReconnectTest, RefusedMessageCountsAsAFailedAttempt) {
 
 /// Holds up whoever posts the first message, when it is posted.
 struct GateSink : IMessageSyncInterface {
-    explicit GateSink(MessageSink& sink) : to(sink) {}
+    explicit GateSink(MessageQueue& sink) : to(sink) {}
     bool enqueueDataMessage(Nubo::Util::DataMessageBase* message) override {
         const bool accepted = to.enqueueDataMessage(message);
         if (!passed.exchange(true)) {
@@ -159,7 +158,7 @@ struct GateSink : IMessageSyncInterface {
         }
         return accepted;
     }
-    MessageSink& to;
+    MessageQueue& to;
     std::atomic<bool> passed{false};
     std::promise<void> entered, open;
 };

@@ -61,7 +61,7 @@ protected:
 
     LogCapture log;
     FakeClientLib lib;
-    Nubo::Simulator::MessageSink sink;
+    RefusingQueue sink;
     TestHandler::Ptr handler = make();
 };
 
@@ -155,7 +155,7 @@ TEST_F(ServiceHandlerTest, NormalizesUrls) {
                              "/m/t/%2F|/m/t/",
                              "/m/$id/|/m/%24id/",
                              "/m/t?a=%2525|/m/t/?a=%2525",
-                             "/m/t?n=C%2B%2b&m=a+b|/m/t/?n=C%2B%2B&m=a+b",
+                             "/m/t?n=C%2B%2b%20%26&m=a+b|/m/t/?n=C%2B%2B%20%26&m=a+b",
                              "/m/t?n=%252B|/m/t/?n=%252B",
                              "m/t:1|m/t:1/",
                              "m/t|m/t/",
@@ -318,13 +318,6 @@ TEST_F(ServiceHandlerTest, SubscribersMayChangeSubscriptionsAndThrow) {
     EXPECT_EQ(1U, log.count(SYNC + "unknown exception: "));
     sink.dispatch();
     EXPECT_EQ(late, notified.events().back());
-
-    bad.then = [&](const auto&) {
-        for (const auto& uri : {uris[1], uris[3], late}) handler->removeSubscription(uri);
-    };
-    notified.received.clear();
-    handler->handle(message(uris[0]));
-    EXPECT_THAT(notified.events(), ElementsAre(uris[1]));
 }
 
 TEST_F(ServiceHandlerTest, RefreshMovesASubscription) {

@@ -1,5 +1,5 @@
+#include <Nubo/Client/MessageQueue.h>
 #include <Nubo/Client/ServiceListener.h>
-#include <Nubo/Simulator/MessageSink.h>
 #include <gmock/gmock.h>
 
 #include "ClientDoubles.h"
@@ -71,7 +71,7 @@ protected:
 
     LogCapture log;
     FakeClientLib lib;
-    Nubo::Simulator::MessageSink sink;
+    Nubo::Client::MessageQueue sink;
     TestListener listener{&lib, 10};
 };
 

@@ -1,4 +1,3 @@
-#include <Nubo/Simulator/MessageSink.h>
 #include <Nubo/Simulator/Platform.h>
 #include <Poco/Net/HTTPRequest.h>
 #include <Poco/Net/HTTPResponse.h>
@@ -258,37 +257,6 @@ TEST_F(SimulatorTest, StopsWhateverItsConnectionsAreDoingAndStartsOnTheSamePort)
     }
     media.speak();
     EXPECT_EQ(get("/Media/tracks/2"), ok(two));
-}
-
-/// Writes its name into a log when it is run, and '~' at its end.
-struct LoggedMessage : Nubo::Util::DataMessageBase {
-    LoggedMessage(std::string& its, char named) : log(its), name(named) {}
-    ~LoggedMessage() override { log += '~'; }
-    void processData() override {
-        log += name;
-        if (name == '!') throw Poco::RuntimeException("!");
-    }
-    std::string& log;
-    const char name;
-};
-
-TEST(MessageSinkTest, RunsWhatIsQueuedOnceInOrderAndReleasesEveryMessage) {
-    std::string log;
-    {
-        MessageSink sink;
-        const auto post = [&](char name) { return sink.enqueueDataMessage(new LoggedMessage(log, name)); };
-        for (const char name : {'a', '!', 'c'}) EXPECT_TRUE(post(name));
-        EXPECT_THROW(sink.dispatch(), Poco::RuntimeException);
-        EXPECT_EQ(log, "a~!~");
-        EXPECT_FALSE(sink.dispatchUntil([] { return false; }, 20ms));
-        EXPECT_EQ(log, "a~!~c~");
-        sink.refuse(true);
-        EXPECT_FALSE(post('d'));
-        sink.refuse(false);
-        EXPECT_TRUE(post('e'));
-        EXPECT_EQ(sink.pending(), 1U);
-    }
-    EXPECT_EQ(log, "a~!~c~~~");
 }
 
 }  // namespace

@@ -89,9 +89,10 @@ public:
         return _received.empty() && _socket.poll(Poco::Timespan(), Poco::Net::Socket::SELECT_READ) &&
                !readMore();
     }
-    /// Reads a little of what has come, if anything has.
+    /// Reads a little of what has come, or comes within a second.
     void readALittle() {
         char room[4096];
+        _socket.poll(Poco::Timespan(1, 0), Poco::Net::Socket::SELECT_READ);
         if (_socket.available() > 0) _socket.receiveBytes(room, sizeof room);
     }
 

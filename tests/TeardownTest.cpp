@@ -238,7 +238,7 @@ private:
     std::atomic<int> calls{0};  // what was called back, on whatever thread
     std::optional<Poco::Net::ServerSocket> hole;
     Poco::Net::StreamSocket filler;
-    MessageSink sink;
+    RefusingQueue sink;
     std::unique_ptr<ClientLib> client;
     ServiceHandler::Ptr handler;
     std::unique_ptr<ScriptedListener> listener;

@@ -3,7 +3,6 @@
 
 #include <Nubo/Client/ClientLib.h>
 #include <Nubo/Client/ServiceListener.h>
-#include <Nubo/Simulator/MessageSink.h>
 #include <Nubo/Simulator/Platform.h>
 #include <gtest/gtest.h>
 
@@ -11,6 +10,7 @@
 #include <functional>
 
 #include "LogCapture.h"
+#include "RefusingQueue.h"
 
 /// A listener whose callbacks a test writes where it needs them.
 struct ScriptedListener : Nubo::Client::ServiceListener {
@@ -53,7 +53,7 @@ protected:
     LogCapture log;
     Nubo::Simulator::Platform platform;
     Nubo::Simulator::Service& media = platform.addService("Media");
-    Nubo::Simulator::MessageSink sink;
+    RefusingQueue sink;
     // With short delays, so that the reconnect threads need no patience.
     Nubo::Client::ClientLib lib{&sink, {"test", pingMs, false, 3, 10, 5, 3, 60, 10, 4, 1}};
 };

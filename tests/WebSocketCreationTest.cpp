@@ -2,8 +2,8 @@
 // peers that answer byte for byte. A silent registry keeps the ClientLib's own connection quiet.
 
 #include <Nubo/Client/ClientLib.h>
+#include <Nubo/Client/MessageQueue.h>
 #include <Nubo/ServiceRegistryConnection.h>
-#include <Nubo/Simulator/MessageSink.h>
 #include <Poco/Net/HTTPRequest.h>
 #include <Poco/Net/HTTPResponse.h>
 #include <netinet/tcp.h>
@@ -83,7 +83,7 @@ protected:
     LogCapture log;
     RawPeer registry{{UPGRADED}, RawPeer::Then::Keep, Registry::ADDRESS, Registry::PORT};
     RawPeer peer{{UPGRADED}, RawPeer::Then::Keep};
-    Nubo::Simulator::MessageSink sink;
+    Nubo::Client::MessageQueue sink;
     EventLog events;
     ClientLib client{&sink, ClientLib::ClientLibParameters{}};
 };

@@ -1,6 +1,7 @@
 // Resource queries of the ClientLib. Reentrant; they block for one HTTP exchange.
 
 #include <Logging/LogLine.h>
+#include <Logging/Shortened.h>
 #include <Nubo/Client/ClientLib.h>
 #include <Nubo/Command/ResponseObject.h>
 #include <Nubo/Data/XObjectBase.h>
@@ -76,7 +77,7 @@ Object::Ptr ClientLib::getResourceElement(const std::string& uri) const {
         cleanJsonString(body);
         const Poco::Dynamic::Var parsed = parseJson(body);
         if (parsed.type() == typeid(Object::Ptr)) return parsed.extract<Object::Ptr>();
-        ZOL_LOG_ERROR("getObject: error parsing JSON: " << body);
+        ZOL_LOG_ERROR("getObject: error parsing JSON: " << Logging::shortened(body));
     } catch (const Poco::Exception& e) {
         ZOL_LOG_ERROR(GET_RESOURCE_ELEMENT << " - exception: " << e.displayText());
     }

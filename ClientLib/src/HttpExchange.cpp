@@ -1,6 +1,7 @@
 #include "HttpExchange.h"
 
 #include <Logging/LogLine.h>
+#include <Logging/Shortened.h>
 #include <Nubo/Command/ResponseObject.h>
 #include <Nubo/Net/HTTPEncoderDecoder.h>
 #include <Poco/Exception.h>
@@ -92,14 +93,15 @@ bool logOutcome(const HTTPRequest& request, const HTTPResponse& response, const 
     if (status < HTTPResponse::HTTP_BAD_REQUEST) {
         ZOL_LOG_INFO("sendRequest: " << request.getMethod() << " " << request.getURI() << " -> " << status
                                      << " " << response.getReason() << std::endl
-                                     << ", request content: " << content << ", " << std::endl
-                                     << "response content: " << body);
+                                     << ", request content: " << Logging::shortened(content) << ", "
+                                     << std::endl
+                                     << "response content: " << Logging::shortened(body));
         return true;
     }
     ZOL_LOG_ERROR("sendRequest: " << request.getMethod() << " " << request.getURI() << " -> " << status << " "
                                   << response.getReason() << std::endl
-                                  << "request content: " << content << ", " << std::endl
-                                  << "response content: " << body);
+                                  << "request content: " << Logging::shortened(content) << ", " << std::endl
+                                  << "response content: " << Logging::shortened(body));
     return false;
 }
 

@@ -107,8 +107,8 @@ void ServiceHandler::postNotification(const ParsedText_t& parsed, Origin origin,
     ZOL_LOG_INFO("OnWebSocketNotification: " << Logging::shortened(parsed.text));
     // Every handler hears the registry's connection: what names another service is that one's business.
     if (parsed.isForAnother(_serviceName)) return;
-    // A service does not speak for the registry.
-    if (parsed.isRegistryAnswer && origin == Origin::OwnConnection) return;
+    // A service does not speak for the registry. (The registry's handler has an empty name.)
+    if (parsed.isRegistryAnswer && origin == Origin::OwnConnection && !_serviceName.empty()) return;
     if (!post(new WebSocketDataAvailableMessage(this, parsed.object, receipt))) {
         ZOL_LOG_WARNING("ServiceHandler::WebSocketDataAvailableHandler: Could not enqueue message!");
     }

@@ -54,15 +54,20 @@ std::string normalizedPath(const Poco::URI& uri) {
 }
 
 /// The query is decoded first: encoding it as it stands would encode each '%' once more. POCO would leave a
-/// '#' alone, with which the fragment begins. An encoded plus sign stays encoded: a plain one is read as a
-/// space.
+/// '#' alone, with which the fragment begins. What a service reads otherwise when it is plain, an encoded '&'
+/// or '+', stays encoded. A loop, since a peer's event comes here, too.
 /// @throws Poco::SyntaxException when it cannot be decoded
 std::string normalizedQuery(const std::string& rawQuery) {
-    const auto plus = std::min(rawQuery.find("%2B"), rawQuery.find("%2b"));
-    std::string decoded;
-    Poco::URI::decode(rawQuery.substr(0, plus), decoded);
-    std::string query = encoded(decoded, "#");
-    if (plus != std::string::npos) query += "%2B" + normalizedQuery(rawQuery.substr(plus + 3));
+    constexpr const char* PLAIN = "&+";  // between parameters, for a space
+    std::string query;
+    for (std::string::size_type begin = 0; begin < rawQuery.size();) {
+        const auto end = std::min(rawQuery.find_first_of(PLAIN, begin), rawQuery.size());
+        std::string decoded;
+        Poco::URI::decode(rawQuery.substr(begin, end - begin), decoded);
+        query += encoded(decoded, "#&+");
+        query += rawQuery.substr(end, 1);
+        begin = end + 1;
+    }
     return query;
 }
 
@@ -96,7 +101,8 @@ std::string ServiceHandler::addSubscription(const std::string& uri, const std::s
     std::string virtualUri;
     try {
         const std::string realUri = withoutFragment(normalizeUrl(uri));
-        if (UriText(realUri).path() == "/")
+        // The registry's handler has an empty name.
+        if (UriText(realUri).path() == "/" && !_serviceName.empty())
             throw Poco::InvalidArgumentException("the path \"/\" is the registry's", uri);
         checkExpansionLevel(realUri);
         const std::string candidate =

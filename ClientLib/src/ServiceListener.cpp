@@ -7,6 +7,8 @@
 #include <Poco/NumberFormatter.h>
 #include <Poco/String.h>
 
+#include <utility>
+
 #include "NonNull.h"
 
 namespace Nubo::Client {
@@ -194,15 +196,11 @@ void ServiceListener::unhookAllHandlers() {
     }
 }
 
+// Taken out first: a list that shrinks from its front would be moved once for each.
 void ServiceListener::removeAllSubscriptions() {
     Lock lock(_mutexServices);
-    while (!_subscriptions.empty()) {
-        const std::string subscription = _subscriptions.front();
-        const auto before = _subscriptions.size();
-        removeSubscription(subscription);
-        // It swallows every exception, also one before the entry was erased.
-        if (_subscriptions.size() == before) _subscriptions.erase(_subscriptions.begin());
-    }
+    const subscriptions_t subscriptions = std::exchange(_subscriptions, {});
+    for (const std::string& subscription : subscriptions) removeSubscription(subscription);
 }
 
 // --- availability ---

@@ -8,6 +8,7 @@
 #include <Poco/URI.h>
 
 #include <algorithm>
+#include <iterator>
 
 namespace Nubo::Client {
 
@@ -78,8 +79,9 @@ void ServiceListener::removeSubscription(const std::string& uri) {
 
 void ServiceListener::forgetSubscription(const std::string& query) {
     Lock lock(_mutexServices);
-    const auto found = std::find(_subscriptions.begin(), _subscriptions.end(), query);
-    if (found != _subscriptions.end()) _subscriptions.erase(found);
+    // From the back: those who remove many mostly begin with the last. No two are equal.
+    const auto found = std::find(_subscriptions.rbegin(), _subscriptions.rend(), query);
+    if (found != _subscriptions.rend()) _subscriptions.erase(std::prev(found.base()));
 }
 
 void ServiceListener::HandleServiceHandlerNotification(

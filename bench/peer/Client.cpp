@@ -9,6 +9,7 @@
 #include <limits>
 
 #include "Frames.h"
+#include "Storms.h"
 
 namespace {
 
@@ -59,6 +60,11 @@ void Client::upgrade() {
     const auto end = _in.find("\r\n\r\n");
     if (end == std::string::npos) return;
     _name = frames::requestedName(_in);
+    if (_in.find("Upgrade: ") == std::string::npos) {
+        _out += storms::lineEndsAnswer();
+        _in.erase(0, end + 4);
+        return;
+    }
     _out += frames::upgradeAnswer(_in);
     _in.erase(0, end + 4);
     _upgraded = true;
@@ -69,6 +75,10 @@ void Client::misbehave() {
     if (_name == "Stall") _out += frames::notification("/Stall#1-Stall").substr(0, 100);
     if (_name == "Hostile") _out += "\xFF\xFF\xFF\xFF\xFF\xFF\xFF\xFF\xFF\xFF";
     if (_name == "Drip") _out += std::string("\x81\x7F\0\0\0\0\0\x0F\0\0", 10);  // 960 KiB to come
+    if (auto storm = storms::frames(_name); !storm.empty()) {
+        _block = std::make_shared<std::string>(std::move(storm));
+        _floodBytes = std::numeric_limits<std::uint64_t>::max();
+    }
     if (_name == "Flood") {
         subscribed("/Flood#1-Flood");
         prepareBlock();

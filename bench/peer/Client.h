@@ -20,7 +20,8 @@ public:
     int descriptor() const { return _descriptor; }
 
     /// The path that it asked for, without the slash: a service's name, nothing for the registry. The names
-    /// "Stall", "Flood", "Drip" and "Hostile" make this connection a bad peer of that kind.
+    /// "Stall", "Flood", "Drip", "Hostile" and those of Storms.h make this connection a bad peer of that
+    /// kind.
     const std::string& name() const { return _name; }
     bool upgraded() const { return _upgraded; }
     bool wantsWrite() const { return _written < _out.size() || _floodBytes != 0; }

@@ -29,9 +29,10 @@ std::string frame(unsigned opcode, const std::string& payload) {
     if (payload.size() < 126) {
         bytes += static_cast<char>(payload.size());
     } else {
-        bytes += static_cast<char>(126);
-        bytes += static_cast<char>(payload.size() >> 8);
-        bytes += static_cast<char>(payload.size() & 0xFF);
+        const bool isLong = payload.size() > 0xFFFF;
+        bytes += static_cast<char>(isLong ? 127 : 126);
+        for (unsigned bits = isLong ? 64 : 16; bits > 0; bits -= 8)
+            bytes += static_cast<char>(payload.size() >> (bits - 8) & 0xFFU);
     }
     return bytes + payload;
 }

@@ -17,7 +17,7 @@ constexpr unsigned CLOSE = 0x8;
 constexpr unsigned PING = 0x9;
 constexpr unsigned PONG = 0xA;
 
-/// A whole, unmasked frame with a payload of less than 64 KiB.
+/// A whole, unmasked frame.
 std::string frame(unsigned opcode, const std::string& payload);
 
 /// The text frame of a data notification about `event`, filled up to NOTIFICATION_BYTES. What it says depends

@@ -3,8 +3,9 @@
 //
 //   zol-bench-peer PORT     writes "ready" when it listens, then obeys one command a line until its input
 //   ends:
-//     flood NAME COUNT      each connection with that path (a single "-" stands for the registry's) is sent
-//                           COUNT notifications as fast as it takes them
+//     flood NAME COUNT      each connection with that path (a single "-" stands for the registry's, a "*" at
+//     the
+//                           end for any end) is sent COUNT notifications as fast as it takes them
 //     pace NAME HZ COUNT    COUNT notifications in all are sent to them in turn, HZ a second, with the time
 
 #include <netinet/in.h>
@@ -157,10 +158,13 @@ bool Peer::obey() {
 }
 
 std::vector<Client*> Peer::named(const std::string& name) {
+    const bool anyEnd = name.back() == '*';
+    const std::string wanted = name == "-" ? "" : name.substr(0, name.size() - (anyEnd ? 1 : 0));
     std::vector<Client*> found;
     for (const auto& entry : _clients) {
         Client& client = *entry.second;
-        if (client.upgraded() && client.name() == (name == "-" ? "" : name)) found.push_back(&client);
+        const bool matches = anyEnd ? client.name().rfind(wanted, 0) == 0 : client.name() == wanted;
+        if (client.upgraded() && matches) found.push_back(&client);
     }
     return found;
 }

@@ -2,7 +2,7 @@
 #define ZOLCTL_SESSION_H
 
 #include <Nubo/Client/ClientLib.h>
-#include <Nubo/Simulator/MessageSink.h>
+#include <Nubo/Client/MessageQueue.h>
 
 #include <chrono>
 #include <functional>
@@ -36,7 +36,7 @@ public:
 
 private:
     const Interrupt::Deferred _deferred;
-    Nubo::Simulator::MessageSink _sink;
+    Nubo::Client::MessageQueue _sink;
     Nubo::Client::ClientLib _client;
     std::map<std::string, Nubo::Client::ServiceHandler::Ptr> _followed;
 };

@@ -135,7 +135,7 @@ public:
 
     /// Subscribes to a resource. The service sees one subscription per resource, however many subscribers.
     /// @param uri the resource; scheme, host and port are dropped, the rest is normalised (normalizeUrl)
-    ///        The path "/" is refused: it is the registry's.
+    ///        The path "/" is refused, except by the registry's handler.
     /// @param tag comes back as `additionalFragment` of each notification; may be empty, may contain '-'
     /// @param autosubscribe passed to the service by the first subscriber of the resource
     /// @return the subscriber's own URI: it names the subscriber in notifications and removes the
@@ -168,9 +168,9 @@ public:
 
     /// Brings a URI into the one form under which its resource is known: path, query and fragment only,
     /// encoded; a collection ends in one '/', an element in none. What it has written stays as it is:
-    /// normalizeUrl(normalizeUrl(x)) == normalizeUrl(x). An encoded plus sign in a query stays encoded, since
-    /// a plain one is read as a space. Limits: %2F in a path becomes '/', %26 and %3D in a query are not kept
-    /// apart from '&' and '='.
+    /// normalizeUrl(normalizeUrl(x)) == normalizeUrl(x). %26 and %2B in a query stay encoded, since services
+    /// read a plain '&' and '+' otherwise. Limits: %2F in a path becomes '/', %3D in a query is not kept
+    /// apart from '='.
     /// @throws Poco::SyntaxException when `url` is not a URI; when its query cannot be decoded; when its path
     /// does not begin with '/' and what stands before a ':' is or would become a scheme ("mailto:x")
     std::string normalizeUrl(const std::string& url);

@@ -49,8 +49,8 @@ public:
     /// when it is started again and nothing has changed meanwhile. Its earlier subscriptions are gone then:
     /// they are placed anew. Likewise when ClientLib::addService() has replaced a handler: the listener is
     /// shut down and started again, since it hears the replaced one only, which is silent.
-    /// @pre each monitored service has a handler, else an Error line, and the listener is not started, and on
-    /// no handler; without services an Error line as well
+    /// @pre each monitored service has a handler. If one has none, an Error line: the listener is not started
+    /// and hears none of the others either. Without services it is started, with an Error line.
     void startup() override;
     /// Unhooks the listener and removes its subscriptions. Allowed inside its own callbacks, also in the one
     /// that startup() makes.

@@ -111,6 +111,7 @@ void Connection::act(TimePoint now, FrameDecoder::Event event) {
 void Connection::deliver(TimePoint now) {
     _messageBegan = TimePoint::max();
     if (!_wantsWrite) flush(now);
+    if (_phase != Phase::Open) return;
     std::string message = _decoder.takeMessage();
     auto receipt = _undelivered->receipt(message);
     try {
@@ -216,7 +217,7 @@ void Connection::checkSilence(TimePoint now) {
 // The process may have been held up for longer than the peer was silent.
 bool Connection::unreadBytes() const {
     int bytes = 0;
-    return ::ioctl(descriptor(), FIONREAD, &bytes) == 0 && bytes > 0;
+    return !_unread.empty() || (::ioctl(descriptor(), FIONREAD, &bytes) == 0 && bytes > 0);
 }
 
 void Connection::ownersChecked(TimePoint now) {

@@ -1,5 +1,5 @@
 // zolctl get, zolctl find: one HTTP request, its data on stdout.
-#include <Nubo/Simulator/MessageSink.h>
+#include <Nubo/Client/MessageQueue.h>
 #include <Poco/String.h>
 #include <Poco/URI.h>
 
@@ -28,12 +28,12 @@ void runGet(const Call_t& call) {
                                               encoded(call.options.getString("fields", ""), "?#/;+&"),
                                               static_cast<uint8_t>(call.options.getInt("expand", 0)),
                                               encoded(call.options.getString("filter", ""), "?#/;+"));
-    Nubo::Simulator::MessageSink sink;
+    Nubo::Client::MessageQueue sink;
     Output::json(request(ClientLib(&sink, clientParameters()), "GET", query));
 }
 
 void runFind(const Call_t& call) {
-    Nubo::Simulator::MessageSink sink;
+    Nubo::Client::MessageQueue sink;
     const ClientLib client(&sink, clientParameters());
     const auto found =
         client.findElementByName(requestPath(call.arguments[0]), encoded(call.arguments[1], "?#/;+&="));

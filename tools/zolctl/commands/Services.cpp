@@ -54,7 +54,7 @@ Output::Row rowOf(const Records::value_type& record) {
 }
 
 void showAll() {
-    Nubo::Simulator::MessageSink sink;
+    Nubo::Client::MessageQueue sink;
     const auto list = request(Nubo::Client::ClientLib(&sink, clientParameters()), "GET", "/");
     std::vector<Output::Row> rows;
     for (const auto& record : recordsIn(list)) rows.push_back(rowOf(record));
