@@ -53,11 +53,11 @@ using namespace Nubo::Simulator;
 using namespace std::chrono_literals;
 
 /// A sink of the application: what it does itself is not the library's, what a message does is.
-class Inbox : public MessageSink {
+class Inbox : public MessageQueue {
 public:
     bool enqueueDataMessage(Nubo::Util::DataMessageBase* message) override {
         const LibraryScope outside(false);
-        return MessageSink::enqueueDataMessage(new Letter(message));
+        return MessageQueue::enqueueDataMessage(new Letter(message));
     }
 
 private:

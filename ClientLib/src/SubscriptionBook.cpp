@@ -50,9 +50,9 @@ void SubscriptionBook::Round::stepOver(Place removed) {
 
 SubscriptionBook::Resource_t& SubscriptionBook::add(const std::string& realUri, const std::string& virtualUri,
                                                     bool autosubscribe) {
+    std::list<std::string> one{virtualUri};
     Resource_t* resource = findByRealUri(realUri);
     if (resource == nullptr) resource = &addResource(realUri, virtualUri, autosubscribe);
-    std::list<std::string> one{virtualUri};
     try {
         _bySubscriber[one.back()] = {resource, one.begin()};
     } catch (...) {
