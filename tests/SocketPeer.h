@@ -146,7 +146,7 @@ public:
     }
     /// The answer that completes the upgrade.
     static std::string answer(const std::string& key) {
-        return "HTTP/1.1 101 Switching Protocols\r\nUpgrade: websocket\r\nConnection: keep-alive, Upgrade\r\n"
+        return "HTTP/1.1 101 Switching Protocols\r\nUpgrade: websocket\r\nConnection: Upgrade\r\n"
                "Sec-WebSocket-Accept: " +
                key + "\r\n\r\n";
     }

@@ -18,6 +18,7 @@
 #include "ClientDoubles.h"
 #include "EventLog.h"
 #include "Footprint.h"
+#include "RefusedThreads.h"
 #include "TestClient.h"
 
 namespace {
@@ -313,7 +314,7 @@ TEST_F(ClientTest, ShutdownWaitsForNoServiceThatHangs) {
         ASSERT_TRUE(eventually([&] { return handler->isAvailable(); }));
         service->onUpgrade(Fault_t::noAnswer());
         service->clearRecord();
-        service->dropSockets();
+        service->dropSockets(Ending_t::reset());
         // The caller's attempt gives up soon, and the loss is told.
         ASSERT_TRUE(eventually([&] { return !handler->isAvailable(); }));
         ASSERT_TRUE(
@@ -325,6 +326,19 @@ TEST_F(ClientTest, ShutdownWaitsForNoServiceThatHangs) {
     lib.shutdown();
     EXPECT_LT(std::chrono::steady_clock::now() - begin, JOINS);
     EXPECT_EQ(before, attempts());
+}
+
+// A timer starts it, though nothing else happens.
+TEST_F(ClientTest, AReconnectThreadThatTheSystemRefusesIsTriedAgain) {
+    const auto handler = connect();
+    media.stop();
+    ASSERT_TRUE(platform.waitFor([&] { return sink.pending() > 0; }, DEADLINE));
+    refusedThreads = 1;
+    ASSERT_TRUE(eventually([&] { return !handler->isAvailable(); }));
+    EXPECT_TRUE(log.contains("Error: startReconnectThread: System exception: cannot start thread"));
+    EXPECT_EQ(0, refusedThreads);
+    media.start();
+    ASSERT_TRUE(eventually([&] { return handler->isAvailable(); }));
 }
 
 // --- callbacks ---

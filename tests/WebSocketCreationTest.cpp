@@ -16,6 +16,7 @@
 #include "Frames.h"
 #include "LogCapture.h"
 #include "RawPeer.h"
+#include "RefusedThreads.h"
 
 using Nubo::Client::ClientLib;
 using Nubo::Net::WebsocketDataEventPayload;
@@ -267,6 +268,14 @@ TEST_F(WebSocketCreationTest, NoDescriptorIsInheritedByPrograms) {
     EXPECT_EQ(before, inherited());
     client.shutdown();
     EXPECT_FALSE(request.get());
+}
+
+TEST_F(WebSocketCreationTest, AThreadThatTheSystemRefusesIsToldAndLeavesNothing) {
+    startup();
+    refusedThreads = 1;
+    EXPECT_THROW(create(peer), Poco::SystemException);
+    EXPECT_TRUE(log.contains("Error: " + CREATE.substr(6) + "System exception: cannot start thread"));
+    EXPECT_TRUE(SocketPeer(peer.connection(0)).atEnd());
 }
 
 TEST_F(WebSocketCreationTest, WhatComesWithTheUpgradeIsNotLost) {

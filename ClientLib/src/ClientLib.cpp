@@ -8,6 +8,7 @@
 
 #include <algorithm>
 #include <new>
+#include <utility>
 
 #include "HttpRequests.h"
 #include "NonNull.h"
@@ -133,6 +134,12 @@ void ClientLib::closeAhead() {
 void ClientLib::exchangeConnectionManager(Poco::SharedPtr<WebsocketConnectionManager> manager) {
     Nubo::Util::MutexLock lock(_mutexManager);
     manager.swap(_wsConnectionManager);
+}
+
+// Holding the lock: a thread of the manager must not come to hold its last pointer.
+void ClientLib::callLater(std::chrono::milliseconds delay, std::function<void()> action) {
+    Nubo::Util::MutexLock lock(_mutexManager);
+    if (_wsConnectionManager) _wsConnectionManager->callLater(delay, std::move(action));
 }
 
 void ClientLib::unwireTransport() {

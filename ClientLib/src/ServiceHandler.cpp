@@ -18,6 +18,7 @@
 #include "NotifyEach.h"
 #include "ReconnectThread.h"
 #include "RetryInterval.h"
+#include "RetryTicket.h"
 #include "SendLock.h"
 #include "SubscriptionBook.h"
 
@@ -50,11 +51,19 @@ ServiceHandler::ServiceHandler(const std::string& serviceName, IClientLibInterfa
       _timeoutBeforePing(timeoutBeforePing),
       _lossRate(std::make_unique<LossRate>()),
       _reconnectThread(std::make_unique<ReconnectThread>(_reconnectThreadObject, _wait)),
+      _ticket(std::make_shared<RetryTicket>()),
       _book(std::make_unique<SubscriptionBook>(_subscrMapSubscribers, _subscrUriValueMap)),
-      _badDataLines(std::make_unique<Logging::LineLimit>()) {}
+      _badDataLines(std::make_unique<Logging::LineLimit>()) {
+    const Nubo::Util::MutexLock lock(_ticket->mutex);
+    _ticket->handler = this;
+}
 
 ServiceHandler::~ServiceHandler() {
     try {
+        {
+            const Nubo::Util::MutexLock lock(_ticket->mutex);
+            _ticket->handler = nullptr;
+        }
         wakeReconnectThread();
         detachFromRegistry();  // a handler that was replaced is destroyed without shutdown()
         while (!shutdownWebSocket()) Poco::Thread::sleep(RETRY_INTERVAL_MS);
@@ -74,17 +83,28 @@ void ServiceHandler::start() {
                                 getUniqueId() + "-" + _serviceName;
         ZOL_LOG_INFO("ServiceHandler::start: subscribe to service registry " << uri);
         MultiThreadingObject::startup();
-        const WebSocketRequestObject request(WebSocketRequestObject::TYPE_SUBSCRIBE, uri, {}, {}, nullptr,
-                                             false);
         auto registry = nonNull(_clientLibInterface).getServiceRegistryWebSocket();
         detachFromRegistry();
-        // Poco::NullPointerException while the registry is away.
-        const SendLock lock(registry->getSocketMutex());
-        attachToRegistry(registry);
-        *registry << request;
+        subscribeAtRegistry(registry, uri);
+        _subscribedRegistry = registry;
+        _registryUri = uri;
+        _firstAnswerDue = true;
     } catch (const Poco::Exception& e) {
         ZOL_LOG_ERROR("ServiceHandler::start - exception: " << e.displayText());
     }
+}
+
+// @throws Poco::NullPointerException while the registry is away
+void ServiceHandler::subscribeAtRegistry(WebSocketRequestHandler::Ptr registry, const std::string& uri) {
+    const auto request = [](const std::string& type, const std::string& event) {
+        return WebSocketRequestObject(type, event, {}, {}, nullptr, false);
+    };
+    const SendLock lock(registry->getSocketMutex());
+    attachToRegistry(registry);
+    // Else the registry would tell each change once for each start().
+    if (registry == _subscribedRegistry)
+        *registry << request(WebSocketRequestObject::TYPE_UNSUBSCRIBE, _registryUri);
+    *registry << request(WebSocketRequestObject::TYPE_SUBSCRIBE, uri);
 }
 
 // Held lock: the registry worker's socket mutex.
@@ -163,8 +183,10 @@ bool ServiceHandler::isAvailable() const {
     return isReconnectPossible() && _isSocketConnected;
 }
 
+// Makes no copy: the reconnect thread's last decision asks, and must not fail for lack of memory.
 bool ServiceHandler::isReconnectPossible() const {
-    return !serviceAddress().host.empty();
+    Nubo::Util::MutexLock lock(_mutexState);
+    return !_serviceAddress.empty();
 }
 
 ServiceHandler::ServiceAddress_t ServiceHandler::serviceAddress() const {

@@ -2,6 +2,7 @@
 
 #include <Logging/LineLimit.h>
 #include <Logging/LogLine.h>
+#include <Nubo/Client/ClientLib.h>
 #include <Nubo/Client/DataMessages/WebSocketClosedMessage.h>
 #include <Nubo/Client/DataMessages/WebSocketOpenedMessage.h>
 #include <Nubo/Client/IClientLibInterface.h>
@@ -18,6 +19,7 @@
 #include "NonNull.h"
 #include "ReconnectThread.h"
 #include "RetryInterval.h"
+#include "RetryTicket.h"
 #include "SendLock.h"
 
 namespace Nubo::Client {
@@ -29,6 +31,7 @@ namespace {
 
 constexpr long JOIN_MS = 1000;
 constexpr std::chrono::milliseconds CALLERS_ATTEMPT{500};
+constexpr std::chrono::seconds REFUSED_THREAD_DELAY{1};
 constexpr std::chrono::seconds THREADS_ATTEMPT{90};  // of which the transport gives 60 to the upgrade
 constexpr unsigned DELAY_SPREAD_MS = 100;
 constexpr int PAUSE_IN_DELAYS = 20;
@@ -71,6 +74,7 @@ void ServiceHandler::react(bool available) {
         const bool stays = !available && (!_autoReconnect || !isReconnectPossible());
         const bool atOnce = available || (!stays && noteLoss());
         if (!atOnce) tearDownConnection();
+        _threadRefused = false;
         if (!stays && (!atOnce || !connectAtOnce())) startReconnectThread();
     } catch (const std::bad_alloc&) {
         startOver();
@@ -279,7 +283,25 @@ bool ServiceHandler::destroyWebsocket() {
 void ServiceHandler::startReconnectThread() {
     ZOL_LOG_DEBUG("startReconnectThread");
     if (Disposing() || !isReconnectPossible()) return;
-    _reconnectThread->start(*this, {_countConnectServiceRetry, _delayConnectServiceRetry});
+    try {
+        _reconnectThread->start(*this, {_countConnectServiceRetry, _delayConnectServiceRetry});
+        _threadRefused = false;
+    } catch (const Poco::SystemException& e) {
+        ZOL_LOG_ERROR("startReconnectThread: " << e.displayText() << ": " << getServiceDescription()
+                                               << " is tried again later");
+        _threadRefused = true;
+        startReconnectThreadLater();
+    }
+}
+
+// The next loss or announcement tries again too, but none may come. Without a ClientLib there is no timer.
+void ServiceHandler::startReconnectThreadLater() {
+    auto* const clientLib = dynamic_cast<ClientLib*>(_clientLibInterface);
+    if (!clientLib) return;
+    clientLib->callLater(REFUSED_THREAD_DELAY, [ticket = _ticket] {
+        const StateLock lock(ticket->mutex);
+        if (ticket->handler && ticket->handler->_threadRefused) ticket->handler->startReconnectThread();
+    });
 }
 
 bool ServiceHandler::stopReconnectThread() {
@@ -292,6 +314,7 @@ void ServiceHandler::wakeReconnectThread() {
 }
 
 bool ServiceHandler::joinReconnectThread() {
+    { const StateLock timerHasRun(_ticket->mutex); }
     return _reconnectThread->join(JOIN_MS);
 }
 
@@ -309,15 +332,21 @@ void ServiceHandler::run() {
     do {
         try {
             const auto [count, delayMs] = run.retries();
-            retryUntilConnected(count, delayMs);
-        } catch (const Poco::Exception& e) {
-            ZOL_LOG_ERROR("ServiceHandler::start - exception: " << e.displayText());
-        } catch (const std::exception& e) {
-            ZOL_LOG_ERROR("ServiceHandler::start - exception: " << e.what());
+            runSeries(count, delayMs);
         } catch (...) {
-            // Nothing may leave the thread.
+            // Nothing may leave the thread, not even for lack of memory for a log line.
         }
     } while (run.again([this] { return !_isSocketConnected && isReconnectPossible() && !Disposing(); }));
+}
+
+void ServiceHandler::runSeries(uint8_t count, uint32_t baseDelayMs) {
+    try {
+        retryUntilConnected(count, baseDelayMs);
+    } catch (const Poco::Exception& e) {
+        ZOL_LOG_ERROR("ServiceHandler::start - exception: " << e.displayText());
+    } catch (const std::exception& e) {
+        ZOL_LOG_ERROR("ServiceHandler::start - exception: " << e.what());
+    }
 }
 
 void ServiceHandler::retryUntilConnected(uint8_t count, uint32_t baseDelayMs) {
@@ -337,17 +366,19 @@ void ServiceHandler::retryUntilConnected(uint8_t count, uint32_t baseDelayMs) {
             ZOL_LOG_INFO("run: won't try reconnect since service is not registered at SR");
             return;
         }
-        ZOL_LOG_DEBUG("run: try reconnect");
-        if (makeConnection(own)) return;
+        if (tryReconnect(own)) return;
         --attemptsLeft;
     }
 }
 
-// @return false, too, when there is no memory: the next attempt may find some
-bool ServiceHandler::makeConnection(uint64_t& own) {
+// Lack of memory, threads or descriptors fails an attempt, and no more: there is another one.
+bool ServiceHandler::tryReconnect(uint64_t& own) {
     try {
+        ZOL_LOG_DEBUG("run: try reconnect");
         return reconnectUnlessConnected(own) && postOpened();
     } catch (const std::bad_alloc&) {
+        return false;
+    } catch (const Poco::SystemException&) {
         return false;
     }
 }
@@ -360,21 +391,11 @@ bool ServiceHandler::reconnectUnlessConnected(uint64_t& own) {
     Connection_t current = connection();
     const bool connected = _isSocketConnected && current.worker && !current.worker->closeReported();
     if (connected && current.generation != own) return true;
-    if (!attemptReconnect()) return false;
+    const ReconnectThread::Attempt attempt(*_reconnectThread);
+    const ConnectBudget budget(THREADS_ATTEMPT, ConnectBudget::Names::MayBeLookedUp, attempt.cancellation());
+    if (!reconnectServiceSocket()) return false;
     own = connection().generation;
     return true;
-}
-
-// @return false, too, when the system has no descriptor left
-bool ServiceHandler::attemptReconnect() {
-    try {
-        const ReconnectThread::Attempt attempt(*_reconnectThread);
-        const ConnectBudget budget(THREADS_ATTEMPT, ConnectBudget::Names::MayBeLookedUp,
-                                   attempt.cancellation());
-        return reconnectServiceSocket();
-    } catch (const Poco::SystemException&) {
-        return false;
-    }
 }
 
 // @return false when the thread was asked to stop

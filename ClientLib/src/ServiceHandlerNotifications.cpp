@@ -16,6 +16,7 @@
 #include <Poco/URI.h>
 
 #include <algorithm>
+#include <utility>
 
 #include "EventFragment.h"
 #include "NotificationText.h"
@@ -165,7 +166,10 @@ void ServiceHandler::handleServiceUpdates(const Object& notification) {
         port = record->getValue<Poco::UInt16>(Nubo::Data::ServiceBase::KEY_PORT);
     }
     const ServiceAddress_t known = serviceAddress();
-    if (address != known.host || port != known.port) setNewServiceAddress(address, port);
+    // The registry's first answer brings back what nobody else does, without auto-reconnect for example.
+    const bool isFirst = std::exchange(_firstAnswerDue, false);
+    const bool mustConnect = isFirst && !address.empty() && !_isSocketConnected;
+    if (address != known.host || port != known.port || mustConnect) setNewServiceAddress(address, port);
 }
 
 void ServiceHandler::handleNotification(const Object::Ptr& data, const std::string& event,

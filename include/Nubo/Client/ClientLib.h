@@ -23,6 +23,7 @@
 #include <atomic>
 #include <chrono>
 #include <cstdint>
+#include <functional>
 #include <map>
 #include <memory>
 #include <string>
@@ -211,6 +212,10 @@ public:
     void HandleServiceRegistryAvailabilityChanged(const ServiceHandler::ServiceRegistrationEventData_t& data);
 
 private:
+    friend class ServiceHandler;  // callLater()
+
+    /// Runs `action` on the manager's thread after `delay`; never, when there is no manager then. Any thread.
+    void callLater(std::chrono::milliseconds delay, std::function<void()> action);
     void setTcpKeepaliveParameters(Poco::SharedPtr<Poco::Net::WebSocket>& webSocket, bool isLocal);
     void setKeepaliveOptions(Poco::SharedPtr<Poco::Net::WebSocket>& webSocket, bool isLocal);
     Poco::SharedPtr<Poco::Net::WebSocket> upgrade(const std::string& service, const std::string& address,

@@ -38,6 +38,7 @@ namespace Nubo::Client {
 class IClientLibInterface;
 class LossRate;
 class ReconnectThread;
+struct RetryTicket;
 class SubscriptionBook;
 struct ParsedText_t;
 
@@ -245,6 +246,7 @@ private:
     };
 
     // registry (ServiceHandler.cpp)
+    void subscribeAtRegistry(WebSocketRequestHandler::Ptr registry, const std::string& uri);
     void attachToRegistry(WebSocketRequestHandler::Ptr registry);
     void detachFromRegistry();
     using DataHandler = void (ServiceHandler::*)(const Nubo::Net::WebsocketDataEventPayload&);
@@ -265,14 +267,15 @@ private:
     void checkReconnected();
     bool reconnectServiceSocket();
     bool reconnectUnlessConnected(uint64_t& own);
-    bool attemptReconnect();
-    bool makeConnection(uint64_t& own);
+    bool tryReconnect(uint64_t& own);
     void startOver() noexcept;
     void askRegistryAgain();
     bool connectToService();
     void startReconnectThread();
+    void startReconnectThreadLater();
     bool joinReconnectThread();
     bool isReconnectPossible() const;
+    void runSeries(uint8_t count, uint32_t baseDelayMs);
     void retryUntilConnected(uint8_t count, uint32_t baseDelayMs);
     bool waitForNextSeries(long delayMs);
     bool postOpened();
@@ -337,6 +340,11 @@ private:
 
     // The worker on which start() put this handler's delegates: they come off that one, whichever is current.
     WebSocketRequestHandler::Ptr _attachedRegistry;  // caller's thread only
+    // What start() has subscribed to last, and on which worker: on the same one it is unsubscribed first.
+    // Caller's thread only, as is the next.
+    WebSocketRequestHandler::Ptr _subscribedRegistry;
+    std::string _registryUri;
+    bool _firstAnswerDue = false;  // nothing has come from the registry since start()
 
     // The connection last announced. Caller's thread only.
     uint64_t _announcedGeneration = 0;
@@ -345,6 +353,8 @@ private:
     // Last: they work on members above.
     const std::unique_ptr<LossRate> _lossRate;                // caller's thread only
     const std::unique_ptr<ReconnectThread> _reconnectThread;  // locks itself
+    std::atomic<bool> _threadRefused{false};                  // by the system, and still wanted
+    const std::shared_ptr<RetryTicket> _ticket;
     // Who subscribes to what: the index over the two maps above. Caller's thread only.
     const std::unique_ptr<SubscriptionBook> _book;
     // Bounds the lines about what peers send; locks itself.

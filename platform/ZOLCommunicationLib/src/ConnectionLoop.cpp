@@ -29,7 +29,6 @@ ConnectionLoop::ConnectionLoop(WebsocketConnectionManager& manager)
     : _manager(manager),
       _events(manager),
       _mailbox(std::make_shared<Mailbox>()),
-      _upgrades(_mailbox),
       _epoll("epoll_create1", ::epoll_create1(EPOLL_CLOEXEC)),
       _room(TransportLimits::READ_CHUNK) {
     epoll_event mail{};
@@ -80,7 +79,7 @@ void ConnectionLoop::turn() {
 
 // Until the nearest timer, rounded up so that it has passed then; -1 without one.
 int ConnectionLoop::waitMilliseconds() {
-    TimePoint due = std::min(_upgrades.next(), _stopAt);
+    TimePoint due = _stopAt;
     if (!_ended.empty()) due = std::min<TimePoint>(due, _now + END_RETRY);
     if (!_timers.empty()) due = std::min(due, _timers.begin()->first);
     if (!_later.empty()) due = std::min(due, _later.begin()->first);
@@ -127,7 +126,6 @@ void ConnectionLoop::beginStop() {
 }
 
 void ConnectionLoop::runTimers() {
-    _upgrades.expire(_now);
     while (!_timers.empty() && _timers.begin()->first <= _now) {
         Served& served = *_timers.begin()->second;
         setTimer(served, TimePoint::max());

@@ -16,7 +16,6 @@
 #include "EventRaiser.h"
 #include "Mailbox.h"
 #include "Served.h"
-#include "UpgradeDeadlines.h"
 
 struct epoll_event;
 
@@ -39,9 +38,6 @@ public:
 
     /// From any thread; see WebsocketConnectionManager::callLater().
     void callLater(std::chrono::milliseconds delay, std::function<void()> action);
-
-    /// From any thread.
-    UpgradeDeadlines& upgrades() { return _upgrades; }
 
 private:
     using TimePoint = MonotonicClock::TimePoint;
@@ -73,7 +69,6 @@ private:
     WebsocketConnectionManager& _manager;
     EventRaiser _events;
     const std::shared_ptr<Mailbox> _mailbox;  // locks itself
-    UpgradeDeadlines _upgrades;               // locks itself
     const Descriptor _epoll;
 
     // The loop's thread only.

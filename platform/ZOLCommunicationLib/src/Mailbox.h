@@ -42,7 +42,6 @@ public:
     void callAt(MonotonicClock::TimePoint due, std::function<void()> action);
 
     void stop();
-    void wake();
 
     /// Makes the calling thread the manager's thread.
     void bindToThisThread();
@@ -64,6 +63,8 @@ public:
     void close();
 
 private:
+    void wake();
+
     const Descriptor _event;  // of eventfd(2)
 
     Nubo::Util::Mutex _mutex;

@@ -90,8 +90,6 @@ public:
     void callLater(std::chrono::milliseconds delay, std::function<void()> action);
 
 private:
-    friend class UpgradeSession;  // has the loop watch its deadline
-
     std::unique_ptr<ConnectionLoop> _loop;  // fixed after construction, locks itself
 };
 
