@@ -22,6 +22,7 @@ zol_add_test(SimulatorTest REGISTRY)
 zol_add_test(ReconnectTest)
 target_sources(ReconnectTest PRIVATE ${client}/ReconnectThread.cpp)  # not exported
 target_include_directories(ReconnectTest PRIVATE ${client})
+zol_add_test(AllocationTest REGISTRY)
 zol_add_test(TeardownTest REGISTRY GROUPS /Client /Handler /Listener /Worker)
 zol_add_test(FaultMatrixTest REGISTRY GROUPS /Registry_ /OneService_ /AllServices_ /Both_)
 zol_add_test(FrameDecoderTest)

@@ -4,12 +4,15 @@
 #include <Nubo/Net/WebSocketProxy.h>
 #include <Nubo/Net/WebSocketSender.h>
 #include <Poco/Delegate.h>
+#include <Poco/Thread.h>
 
 #include <algorithm>
+#include <new>
 #include <utility>
 
 #include "HttpRequests.h"
 #include "NonNull.h"
+#include "RetryInterval.h"
 #include "WorkerTable.h"
 
 namespace Nubo::Client {
@@ -45,6 +48,7 @@ ClientLib::~ClientLib() {
     }
     _services.clear();
     _replacedHandlers.clear();
+    _srServiceHandler = nullptr;  // uses members that go before it
 }
 
 void ClientLib::startup() {
@@ -70,6 +74,21 @@ void ClientLib::shutdown() {
     }
     m_disposing = true;
     _stop->cancel();
+    // Memory that is refused must not leave it half done: each step may be taken again.
+    while (!tryShutdown()) Poco::Thread::sleep(RETRY_INTERVAL_MS);
+}
+
+// @return false when there was no memory
+bool ClientLib::tryShutdown() {
+    try {
+        shutdownAll();
+        return true;
+    } catch (const std::bad_alloc&) {
+        return false;
+    }
+}
+
+void ClientLib::shutdownAll() {
     unwireTransport();
     endAttemptsAndSends();
     closeAhead();

@@ -5,6 +5,7 @@
 #include <Poco/Exception.h>
 
 #include <exception>
+#include <new>
 #include <utility>
 
 #include "EventFragment.h"
@@ -44,6 +45,8 @@ std::vector<ParsedText_t> parseBlock(const std::string& block) {
             parse(parsed);
         } catch (const Poco::Exception& e) {
             parsed.error = e.displayText();
+        } catch (const std::bad_alloc&) {
+            throw;  // not the text's fault
         } catch (const std::exception& e) {
             parsed.error = e.what();
         }

@@ -254,6 +254,9 @@ void ServiceHandler::RaiseMicroServiceRegistrationChangedInternal(
         if (available == _lastServiceAvailableValue) return;
         _lastServiceAvailableValue = available;
         notifyEach(MicroServiceRegistrationChanged, this, data);
+    } catch (const std::bad_alloc&) {
+        _lastServiceAvailableValue = !isAvailable();  // it is announced once more
+        throw;
     } catch (const Poco::Exception& e) {
         ZOL_LOG_ERROR(
             "ServiceHandler::RaiseMicroServiceRegistrationChangedInternal - exception: " << e.displayText());

@@ -9,10 +9,10 @@
 #include <Nubo/Client/ServiceHandler.h>
 #include <Poco/DateTime.h>
 #include <Poco/Exception.h>
-#include <Poco/Random.h>
 
 #include <exception>
 #include <new>
+#include <random>
 
 #include "ConnectBudget.h"
 #include "LossRate.h"
@@ -33,8 +33,7 @@ constexpr long JOIN_MS = 1000;
 constexpr std::chrono::milliseconds CALLERS_ATTEMPT{500};
 constexpr std::chrono::seconds REFUSED_THREAD_DELAY{1};
 constexpr std::chrono::seconds THREADS_ATTEMPT{90};  // of which the transport gives 60 to the upgrade
-constexpr int RANDOM_STATE_SIZE = 256;
-constexpr int DELAY_SPREAD_MS = 100;
+constexpr unsigned DELAY_SPREAD_MS = 100;
 constexpr int PAUSE_IN_DELAYS = 20;
 
 // From the clock, so that handlers started together do not retry in step.
@@ -77,10 +76,23 @@ void ServiceHandler::react(bool available) {
         if (!atOnce) tearDownConnection();
         _threadRefused = false;
         if (!stays && (!atOnce || !connectAtOnce())) startReconnectThread();
+    } catch (const std::bad_alloc&) {
+        startOver();
     } catch (const Poco::Exception& e) {
         ZOL_LOG_ERROR("ServiceHandler::ServiceAvailabilityChanged - exception: " << e.displayText());
     } catch (...) {
         ZOL_LOG_ERROR("ServiceHandler::ServiceAvailabilityChanged - unspecified exception");
+    }
+}
+
+// Memory was refused, so that something is half done: with a new connection everything is done anew.
+void ServiceHandler::startOver() noexcept {
+    try {
+        ZOL_LOG_ERROR("ServiceHandler: no memory, starting over with service: " << getServiceDescription());
+        destroyWebsocket();
+        startReconnectThread();
+    } catch (...) {
+        // Of no use: the next change of the service's state tries again.
     }
 }
 
@@ -118,6 +130,8 @@ void ServiceHandler::announceAvailability() {
         }
         RaiseMicroServiceRegistrationChanged(ServiceRegistrationEventData_t{this});
         if (unannounced) HandleConnectionReplaced();
+    } catch (const std::bad_alloc&) {
+        startOver();
     } catch (const Poco::Exception& e) {
         ZOL_LOG_ERROR("ServiceHandler::ServiceAvailabilityChanged - exception: " << e.displayText());
     } catch (...) {
@@ -131,6 +145,8 @@ void ServiceHandler::WebSocketOpenedHandlerSync() {
     ZOL_LOG_INFO("WebSocketOpenedHandlerSync: reconnect msg received");
     try {
         checkReconnected();
+    } catch (const std::bad_alloc&) {
+        startOver();
     } catch (const Poco::Exception& e) {
         ZOL_LOG_ERROR("ServiceHandler::WebSocketOpenedHandlerSync - exception: " << e.displayText());
     } catch (...) {
@@ -334,8 +350,7 @@ void ServiceHandler::runSeries(uint8_t count, uint32_t baseDelayMs) {
 }
 
 void ServiceHandler::retryUntilConnected(uint8_t count, uint32_t baseDelayMs) {
-    Poco::Random random(RANDOM_STATE_SIZE);
-    random.seed(seedFromClock());
+    std::minstd_rand random(seedFromClock());  // unlike POCO's, it needs no memory
     int attemptsLeft = count;
     long delayMs = static_cast<long>(baseDelayMs);
     uint64_t own = 0;
@@ -345,7 +360,7 @@ void ServiceHandler::retryUntilConnected(uint8_t count, uint32_t baseDelayMs) {
             attemptsLeft = count + 1;  // one more than the first series: intended
             continue;
         }
-        delayMs = static_cast<long>(baseDelayMs) + static_cast<long>(random.next(DELAY_SPREAD_MS));
+        delayMs = static_cast<long>(baseDelayMs) + static_cast<long>(random() % DELAY_SPREAD_MS);
         if (_wait.tryWait(delayMs)) return;
         if (!isReconnectPossible()) {
             ZOL_LOG_INFO("run: won't try reconnect since service is not registered at SR");

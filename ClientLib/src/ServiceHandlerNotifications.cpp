@@ -133,6 +133,9 @@ void ServiceHandler::WebSocketDataAvailableHandlerSync(const Object::Ptr& data) 
         } else {
             handleNotification(data, event, type);
         }
+    } catch (const std::bad_alloc&) {
+        startOver();
+        askRegistryAgain();
     } catch (const Poco::Exception& e) {
         // Of what a peer has sent: what subscribers throw is caught where they are called.
         ZOL_LOG_ERROR_LIMITED(*_badDataLines,
@@ -140,6 +143,15 @@ void ServiceHandler::WebSocketDataAvailableHandlerSync(const Object::Ptr& data) 
                                   << Logging::shortened(e.displayText()));
     } catch (...) {
         ZOL_LOG_ERROR("ServiceHandler::WebSocketDataAvailableHandlerSync - unknown exception: ");
+    }
+}
+
+// Its answer may be what was lost.
+void ServiceHandler::askRegistryAgain() {
+    try {
+        start();
+    } catch (...) {
+        // The registry's next connection does it.
     }
 }
 

@@ -114,6 +114,9 @@ std::string ServiceHandler::addSubscription(const std::string& uri, const std::s
         if (!first) serveCurrentData(resource.value->second, virtualUri);
         countSubscription(virtualUri, tag);
         if (first) resource.sentOn = subscribeAtService(resource.value->second);
+    } catch (const std::bad_alloc&) {
+        _book->remove(virtualUri);
+        throw;
     } catch (const Poco::Exception& e) {
         ZOL_LOG_ERROR("ServiceHandler::addSubscription - exception: " << e.displayText());
     }

@@ -56,7 +56,12 @@ std::string ServiceListener::subscribe(const std::string& query, bool autosubscr
         return "";
     }
     std::string subscription = handler->addSubscription(query, _uniqueIdAsHexString, autosubscribe);
-    if (!subscription.empty()) _subscriptions.push_back(subscription);
+    try {
+        if (!subscription.empty()) _subscriptions.push_back(subscription);
+    } catch (...) {
+        handler->removeSubscription(subscription);
+        throw;
+    }
     return subscription;
 }
 

@@ -50,11 +50,16 @@ void SubscriptionBook::Round::stepOver(Place removed) {
 
 SubscriptionBook::Resource_t& SubscriptionBook::add(const std::string& realUri, const std::string& virtualUri,
                                                     bool autosubscribe) {
+    std::list<std::string> one{virtualUri};
     Resource_t* resource = findByRealUri(realUri);
     if (resource == nullptr) resource = &addResource(realUri, virtualUri, autosubscribe);
-    std::list<std::string>& subscribers = resource->subscribers->second;
-    subscribers.push_back(virtualUri);
-    _bySubscriber[subscribers.back()] = {resource, std::prev(subscribers.end())};
+    try {
+        _bySubscriber[one.back()] = {resource, one.begin()};
+    } catch (...) {
+        if (resource->subscribers->second.empty()) removeResource(*resource);
+        throw;
+    }
+    resource->subscribers->second.splice(resource->subscribers->second.end(), one);
     return *resource;
 }
 

@@ -4,9 +4,11 @@
 #include <Nubo/Util/SignalsBlocked.h>
 #include <Poco/Exception.h>
 
+#include <new>
 #include <sstream>
 #include <thread>
 
+#include "EnqueueSurely.h"
 #include "ParsedPayload.h"
 #include "RetryInterval.h"
 #include "SendLock.h"
@@ -46,14 +48,6 @@ private:
     Poco::Mutex& _mutex;
 };
 
-// May be called in the handler of an exception that says that memory is short: throws nothing itself.
-void warn(const Poco::Exception& e) noexcept {
-    try {
-        ZOL_LOG_WARNING(RUN << ": A socket is may going down. Exp: " << e.displayText());
-    } catch (...) {
-        // The line is lost, the thread is not.
-    }
-}
 }  // namespace
 
 // --- queue entries ---
@@ -150,7 +144,7 @@ void WebSocketRequestHandler::stopAndCloseLocked() {
 void WebSocketRequestHandler::wakeThread() {
     _queue->wakeUpAll();
     // wakeUpAll() is forgotten when the thread is about to wait: an entry is not.
-    _queue->enqueueNotification(_stopMark);
+    enqueueSurely(*_queue, _stopMark);
 }
 
 // Held lock: _socketMutex. A thread that wants to send gives up when it finds the lock taken.
@@ -190,20 +184,41 @@ void WebSocketRequestHandler::run() {
     const auto thread = _threadObject;
     const auto destroyed = _destroyedOnOwnThread;
     // What was queued before shutdown() is gone through, since a close is reported in any case.
-    while (!*destroyed && !(_atStopMark && _earlyEntries.empty())) handleNext();
+    while (!*destroyed && !(_atStopMark && _earlyEntries.empty())) handleNext(*destroyed);
     if (!*destroyed) leave();
 }
 
 // Touches no member behind handle(), which may have destroyed this object. Nothing is thrown: the thread
 // would end without a word.
-void WebSocketRequestHandler::handleNext() noexcept {
+// @param destroyed by a delegate
+void WebSocketRequestHandler::handleNext(const std::atomic<bool>& destroyed) noexcept {
+    Entry entry;
     try {
-        const Entry entry = nextEntry();
+        entry = nextEntry();
         if (entry && !mustWaitForDelegates(entry)) handle(*entry);
+    } catch (const std::bad_alloc&) {
+        if (entry && !destroyed) recover(*entry, destroyed);
     } catch (const Poco::Exception& e) {
-        warn(e);
+        ZOL_LOG_WARNING(RUN << ": A socket is may going down. Exp: " << e.displayText());
     } catch (...) {
         // An exception of a delegate costs its notification only.
+    }
+}
+
+// Memory was refused for the entry. A close is told until it is heard; what else is lost is fetched again on
+// the connection that the owner makes when this one has ended.
+void WebSocketRequestHandler::recover(const WebsocketNotification& entry,
+                                      const std::atomic<bool>& destroyed) noexcept {
+    while (!destroyed) {
+        try {
+            if (entry._type == SocketClosedEvent) return raiseClosed(entry);
+            if (auto socket = getSocket()) Nubo::Net::sendClose(*socket);
+            return;
+        } catch (const std::bad_alloc&) {
+            Poco::Thread::sleep(RETRY_INTERVAL_MS);
+        } catch (...) {
+            return;  // of a delegate, or the connection has ended already
+        }
     }
 }
 

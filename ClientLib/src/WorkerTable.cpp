@@ -2,6 +2,8 @@
 
 #include <algorithm>
 
+#include "EnqueueSurely.h"
+
 namespace Nubo::Client {
 
 using Lock = Poco::Mutex::ScopedLock;
@@ -69,7 +71,7 @@ bool WorkerTable::close(const Nubo::Net::WebsocketEventPayload& payload, Report 
         // One whose thread has ended stays listed, for whoever has shut it down.
         if (worker->keepUntilClosed(*listed)) _workers.erase(listed);
     }
-    queue->enqueueNotification(entry);
+    enqueueSurely(*queue, entry);
     return true;
 }
 

@@ -226,6 +226,8 @@ private:
     WebSocketRequestHandler::Ptr startWorker(Poco::SharedPtr<Poco::Net::WebSocket>& socket);
     void IncompleteDroppedHandler(const Nubo::Net::WebsocketDataEventPayload& dropped);
     void exchangeConnectionManager(Poco::SharedPtr<Nubo::Net::WebsocketConnectionManager> manager);
+    bool tryShutdown();
+    void shutdownAll();
     void unwireTransport();
     void endAttemptsAndSends();
     void wakeReconnectThreads();

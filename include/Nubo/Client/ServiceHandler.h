@@ -271,6 +271,8 @@ private:
     bool reconnectServiceSocket();
     bool reconnectUnlessConnected(uint64_t& own);
     bool tryReconnect(uint64_t& own);
+    void startOver() noexcept;
+    void askRegistryAgain();
     bool connectToService();
     void startReconnectThread();
     void startReconnectThreadLater();

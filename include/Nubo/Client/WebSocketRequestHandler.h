@@ -130,7 +130,8 @@ private:
     bool keepUntilClosed(Ptr& listed);
     Ptr takeKept(Afterwards afterwards);
 
-    void handleNext() noexcept;
+    void handleNext(const std::atomic<bool>& destroyed) noexcept;
+    void recover(const WebsocketNotification& entry, const std::atomic<bool>& destroyed) noexcept;
     void leave();
     Entry nextEntry();
     bool earlyEntriesAreDue();

@@ -14,8 +14,8 @@
 ///
 /// `items` are joined by << as behind a std::ostream. While the level is inactive none of them is evaluated.
 /// `<< std::endl <<` among them ends one message and begins the next, which carries no level word. A call is
-/// one statement, also in an if without braces before an else. Any thread; does not throw unless an item
-/// does.
+/// one statement, also in an if without braces before an else. Any thread; never throws: a line for which
+/// there is no memory, or whose item throws, is lost.
 #define ZOL_LOG_ERROR(...) ZOL_LOG_LINE(::Poco::Message::PRIO_ERROR, "Error: ", __VA_ARGS__)
 #define ZOL_LOG_WARNING(...) ZOL_LOG_LINE(::Poco::Message::PRIO_WARNING, "Warning: ", __VA_ARGS__)
 #define ZOL_LOG_INFO(...) ZOL_LOG_LINE(::Poco::Message::PRIO_INFORMATION, "Info: ", __VA_ARGS__)
@@ -25,8 +25,13 @@
 #define ZOL_LOG_LINE(logPriority, levelWord, ...)                                                            \
     do {                                                                                                     \
         if (::Logging::Log::IsLogLevelActive(logPriority)) {                                                 \
-            ::Logging::LogStream(::Logging::Log::Logger(), logPriority).addDefaultOutput(__FILE__, __LINE__) \
-                << levelWord << __VA_ARGS__ << std::endl;                                                    \
+            try {                                                                                            \
+                ::Logging::LogStream(::Logging::Log::Logger(), logPriority)                                  \
+                        .addDefaultOutput(__FILE__, __LINE__)                                                \
+                    << levelWord << __VA_ARGS__ << std::endl;                                                \
+            } catch (...) {                                                                                  \
+                static_cast<void>(0); /* the line is lost, its caller is not */                              \
+            }                                                                                                \
         }                                                                                                    \
     } while (false)
 
