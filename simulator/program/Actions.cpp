@@ -33,7 +33,7 @@ void restart(Endpoint& endpoint, Time time) {
 
 void answerLate(Endpoint& endpoint, Time time) {
     const auto late = Fault_t::late(time.value_or(LATE));
-    endpoint.onHttp("", late);
+    endpoint.onHttp(late);
     endpoint.onUpgrade(late);
 }
 

@@ -151,13 +151,6 @@ bool Connection::pause(std::chrono::milliseconds time) {
     return !_changed.wait_for(lock, time, [this] { return _phase == Phase::Ending; });
 }
 
-bool Connection::sendDripping(const std::string& bytes, std::chrono::milliseconds drip) {
-    if (drip.count() == 0) return trySend(bytes);
-    for (const char byte : bytes)
-        if (!trySend(std::string(1, byte)) || !pause(drip)) return false;
-    return true;
-}
-
 void Connection::awaitHangUp() {
     std::array<char, 1024> ignored;
     while (!isPhase(Phase::Ending)) {

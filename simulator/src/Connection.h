@@ -54,8 +54,8 @@ public:
     /// @{
     bool waitWhileSilent();
     bool pause(std::chrono::milliseconds time);
-    /// Sends before the upgrade, a byte every `drip` if that is not 0.
-    bool sendDripping(const std::string& bytes, std::chrono::milliseconds drip);
+    /// Sends before the upgrade.
+    bool trySend(const std::string& bytes);
     /// Reads until the peer has ended the connection.
     void awaitHangUp();
     void reset();
@@ -81,7 +81,6 @@ private:
     void run() override;
     void close();
     bool isPhase(Phase phase) const;
-    bool trySend(const std::string& bytes);
     void endNowLocked(int how);
 
     // Fixed after construction.

@@ -75,12 +75,8 @@ void Endpoint::onUpgrade(const Fault_t& fault, int times) {
     _faults->setUpgrade(fault, times);
 }
 
-void Endpoint::onHttp(const std::string& path, const Fault_t& fault, int times) {
-    _faults->setHttp(path, fault, times);
-}
-
-void Endpoint::glue(const std::string& bytes) {
-    _faults->setGlue(bytes);
+void Endpoint::onHttp(const Fault_t& fault, int times) {
+    _faults->setHttp(fault, times);
 }
 
 void Endpoint::goSilent() {
@@ -112,22 +108,8 @@ std::size_t Endpoint::dropSockets(const Ending_t& ending) {
     return static_cast<std::size_t>(dropped);
 }
 
-bool Endpoint::dropSocket(unsigned number, const Ending_t& ending) {
-    bool dropped = false;
-    for (const auto& connection : _sockets->open())
-        if (connection->number() == number) dropped = connection->end(ending);
-    _changed.raise();
-    return dropped;
-}
-
 std::size_t Endpoint::openSockets() const {
     return _sockets->open().size();
-}
-
-std::vector<unsigned> Endpoint::socketNumbers() const {
-    std::vector<unsigned> numbers;
-    for (const auto& connection : _sockets->open()) numbers.push_back(connection->number());
-    return numbers;
 }
 
 void Endpoint::raiseChanged() {

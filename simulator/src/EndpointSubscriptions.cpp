@@ -18,7 +18,7 @@ namespace {
 constexpr int NOT_FOUND = 404;
 constexpr int GONE = 410;
 
-/// What liveSubscriptions() and pushRaw() take for a subscription of `wanted`.
+/// What liveSubscriptions() takes for a subscription of `wanted`.
 bool matches(const Target_t& subscribed, const Target_t& wanted, bool withQuery) {
     return subscribed.segments == wanted.segments && (!withQuery || subscribed.sameQuery(wanted));
 }
@@ -101,22 +101,8 @@ void Endpoint::pushDue(Connection& connection) {
     for (const auto& due : connection.subscriptions().takeDue()) pushData(connection, due);
 }
 
-std::size_t Endpoint::pushRaw(const std::string& text, const std::string& uri) {
-    const std::string frame = encodeFrame(text);
-    if (uri.empty()) return pushBytes(frame);
-    const auto filter = filterFor(uri);
-    std::size_t served = 0;
-    for (const auto& connection : _sockets->open())
-        if (!connection->subscriptions().matching(filter).empty() && connection->send(frame)) ++served;
-    return served;
-}
-
-std::size_t Endpoint::pushFragments(const std::vector<std::string>& parts) {
-    std::string frames;
-    for (std::size_t index = 0; index < parts.size(); ++index)
-        frames += encodeFrame(parts[index], index == 0 ? TEXT : CONTINUATION,
-                              index + 1 == parts.size() ? Final::Yes : Final::No);
-    return pushBytes(frames);
+std::size_t Endpoint::pushRaw(const std::string& text) {
+    return pushBytes(encodeFrame(text));
 }
 
 std::size_t Endpoint::pushBytes(const std::string& bytes) {
@@ -126,10 +112,10 @@ std::size_t Endpoint::pushBytes(const std::string& bytes) {
     return served;
 }
 
-std::string Endpoint::encodeFrame(const std::string& payload, unsigned opcode, Final final) {
+std::string Endpoint::encodeFrame(const std::string& payload, unsigned opcode) {
     constexpr std::size_t IN_ONE_BYTE = 125, IN_TWO_BYTES = 0xFFFF;
     const std::size_t size = payload.size();
-    std::string frame(1, static_cast<char>((final == Final::Yes ? 0x80U : 0U) | opcode));
+    std::string frame(1, static_cast<char>(0x80U | opcode));
     const unsigned lengthBytes = size <= IN_ONE_BYTE ? 0 : size <= IN_TWO_BYTES ? 2 : 8;
     frame += static_cast<char>(lengthBytes == 0 ? size : lengthBytes == 2 ? 126 : 127);
     for (unsigned left = lengthBytes; left > 0; --left)

@@ -3,9 +3,7 @@
 
 #include <Nubo/Simulator/Faults.h>
 
-#include <map>
 #include <mutex>
-#include <string>
 
 namespace Nubo::Simulator {
 
@@ -13,14 +11,12 @@ namespace Nubo::Simulator {
 class FaultTable {
 public:
     void setUpgrade(const Fault_t& fault, int times);
-    void setHttp(const std::string& path, const Fault_t& fault, int times);
-    void setGlue(const std::string& bytes);
+    void setHttp(const Fault_t& fault, int times);
     void clear();
 
     /// What the next request meets (kind None: nothing); uses it up once.
     Fault_t takeUpgrade();
-    Fault_t takeHttp(const std::string& uri);
-    std::string glue() const;
+    Fault_t takeHttp();
 
 private:
     struct Entry_t {
@@ -28,13 +24,11 @@ private:
         int times = 0;
     };
     static Fault_t take(Entry_t& entry);
-    Entry_t& entryLocked(const std::string& uri);
 
-    mutable std::mutex _mutex;  // leaf
+    std::mutex _mutex;  // leaf
     // Guarded by _mutex.
     Entry_t _upgrade;
-    std::map<std::string, Entry_t> _http;
-    std::string _glue;
+    Entry_t _http;
 };
 
 }  // namespace Nubo::Simulator

@@ -50,13 +50,6 @@ Fault_t Fault_t::status(int status) {
     return answering(answer);
 }
 
-Fault_t Fault_t::redirect(int status, const std::string& location) {
-    HttpAnswer_t answer;
-    answer.status = status;
-    answer.headers = {{"Location", location}};
-    return answering(answer);
-}
-
 Fault_t Fault_t::noAnswer() {
     return ofKind(Kind::NoAnswer);
 }
@@ -83,12 +76,6 @@ Fault_t Fault_t::openAndEnd(const Ending_t& ending) {
 
 Fault_t Fault_t::late(std::chrono::milliseconds wait) {
     return Fault_t().after(wait);
-}
-
-Fault_t Fault_t::dripping(std::chrono::milliseconds interval) {
-    Fault_t fault;
-    fault.drip = interval;
-    return fault;
 }
 
 Fault_t Fault_t::after(std::chrono::milliseconds wait) const {

@@ -59,8 +59,7 @@ HttpExchange::HttpExchange(Endpoint& endpoint, Connection& connection, HTTPServe
 bool HttpExchange::run(bool keepAlive) {
     read();
     if (!_connection.waitWhileSilent()) return false;
-    const Fault_t fault =
-        isUpgrade() ? _endpoint._faults->takeUpgrade() : _endpoint._faults->takeHttp(_received.uri);
+    const Fault_t fault = isUpgrade() ? _endpoint._faults->takeUpgrade() : _endpoint._faults->takeHttp();
     if (!_connection.pause(fault.delay)) return false;
     if (isUpgrade() && (fault.kind == Fault_t::Kind::None || fault.kind == Fault_t::Kind::OpenAndEnd)) {
         upgrade(fault);
@@ -73,7 +72,7 @@ bool HttpExchange::run(bool keepAlive) {
     }
     const HttpAnswer_t answer = properAnswer();
     report(std::to_string(answer.status));
-    return _connection.sendDripping(Wire::compose(answer, keepAlive), fault.drip) && keepAlive;
+    return _connection.trySend(Wire::compose(answer, keepAlive)) && keepAlive;
 }
 
 bool HttpExchange::isUpgrade() const {
@@ -99,10 +98,10 @@ void HttpExchange::report(const std::string& outcome) const {
 void HttpExchange::meet(const Fault_t& fault) {
     switch (fault.kind) {
         case Fault_t::Kind::Answer:
-            _connection.sendDripping(Wire::compose(fault.answer, false), fault.drip);
+            _connection.trySend(Wire::compose(fault.answer, false));
             break;
         case Fault_t::Kind::Raw:
-            _connection.sendDripping(fault.bytes, fault.drip);
+            _connection.trySend(fault.bytes);
             break;
         case Fault_t::Kind::NoAnswer:
             _connection.awaitHangUp();
@@ -136,12 +135,7 @@ void HttpExchange::upgrade(const Fault_t& fault) {
         report("404");
         return meet(Fault_t::answering(Wire::failure(404, "no such service")));
     }
-    std::string answer = Wire::switchingProtocols(_request.get(HEADER_KEY)) + _endpoint._faults->glue();
-    if (fault.drip.count() != 0) {
-        // The last byte is sent in one step with the opening.
-        if (!_connection.sendDripping(answer.substr(0, answer.size() - 1), fault.drip)) return;
-        answer.erase(0, answer.size() - 1);
-    }
+    const std::string answer = Wire::switchingProtocols(_request.get(HEADER_KEY));
     if (!_connection.open(_endpoint._recorder.addUpgrade(), answer)) return;
     _endpoint.report("opened", "", _connection.number());
     _endpoint.raiseChanged();

@@ -67,9 +67,7 @@ HttpAnswer_t Registry::answer(const HttpRequest_t& request) {
     if (const auto list = render(target)) return Wire::ok(*list);
     const auto service = locate(target.segments[0]);
     if (!service) return Wire::failure(404, "no service " + target.segments[0] + " is registered");
-    const std::string url = *service + request.uri;
-    if (_redirect == Redirect::MultipleChoices) return Wire::choice(url);
-    return Fault_t::redirect(307, url).answer;
+    return Wire::choice(*service + request.uri);
 }
 
 std::optional<std::string> Registry::locate(const std::string& service) const {

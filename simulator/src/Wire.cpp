@@ -116,7 +116,6 @@ HttpAnswer_t choice(const std::string& url) {
 std::string compose(const HttpAnswer_t& answer, bool keepAlive) {
     using Poco::Net::HTTPResponse;
     HTTPResponse head(HTTPResponse::HTTP_1_1, static_cast<HTTPResponse::HTTPStatus>(answer.status));
-    if (!answer.reason.empty()) head.setReason(answer.reason);
     head.setContentType("application/json; charset=utf-8");
     head.setContentLength64(static_cast<Poco::Int64>(answer.body.size()));
     head.setKeepAlive(keepAlive);

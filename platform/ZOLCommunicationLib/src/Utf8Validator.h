@@ -8,13 +8,11 @@ namespace Nubo::Net {
 /// Checks UTF-8 (RFC 3629) in pieces as they come, and fails at the first byte that no valid text can have.
 class Utf8Validator {
 public:
-    /// Whether the text is still valid with these bytes. After a false, only reset() helps.
+    /// Whether the text is still valid with these bytes. Not called again after a false.
     bool feed(const char* data, std::size_t size);
 
     /// Whether the text so far does not end within a character.
     bool complete() const { return _missing == 0; }
-
-    void reset() { *this = Utf8Validator(); }
 
 private:
     bool begin(unsigned char first);

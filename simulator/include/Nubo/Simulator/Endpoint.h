@@ -67,13 +67,8 @@ public:
     /// The next `times` upgrade requests meet `fault`, in place of any other upgrade fault.
     void onUpgrade(const Fault_t& fault, int times = Fault_t::ALWAYS);
 
-    /// The next `times` plain HTTP requests for `path` meet `fault`. `path` is compared with path and query,
-    /// then with the path alone; an empty one means every request that has no entry of its own.
-    void onHttp(const std::string& path, const Fault_t& fault, int times = Fault_t::ALWAYS);
-
-    /// Sends the bytes `bytes` in one piece with the answer of each upgrade (see encodeFrame() for making
-    /// frames); an empty string ends that.
-    void glue(const std::string& bytes);
+    /// The next `times` plain HTTP requests meet `fault`, in place of any other HTTP fault.
+    void onHttp(const Fault_t& fault, int times = Fault_t::ALWAYS);
 
     /// Hangs: connections stay open, but nothing is read, answered or pushed, no pings, no upgrades and no
     /// HTTP requests either. pushRaw() and its like still send.
@@ -83,32 +78,24 @@ public:
     /// now.
     void speak();
 
-    /// Back to normal: no faults, nothing glued, not silent. Requests that meet their fault already go on.
+    /// Back to normal: no faults, not silent. Requests that meet their fault already go on.
     void clearFaults();
 
     /// Ends every open WebSocket. After a close frame or the end of the stream the peer may still send; it is
     /// read and ignored until the peer ends its side as well. @return how many there were.
     std::size_t dropSockets(const Ending_t& ending);
-    /// Ends one. @return false when it is not open.
-    bool dropSocket(unsigned number, const Ending_t& ending);
 
     // --- Pushing as given ---------------------------------------------------------------------------------
 
-    /// Sends `text` as one text frame to every open WebSocket, or to those that have a live subscription of
-    /// `uri` (see liveSubscriptions(), exceptions too). @return how many sockets took it.
-    std::size_t pushRaw(const std::string& text, const std::string& uri = "");
-
-    /// Sends `parts` as one fragmented text message, a frame each, to every open WebSocket.
-    std::size_t pushFragments(const std::vector<std::string>& parts);
+    /// Sends `text` as one text frame to every open WebSocket. @return how many sockets took it.
+    std::size_t pushRaw(const std::string& text);
 
     /// Sends `bytes`, which need not be a frame, to every open WebSocket.
     std::size_t pushBytes(const std::string& bytes);
 
-    enum class Final { Yes, No };
-    static constexpr unsigned CONTINUATION = 0, TEXT = 1, CLOSE = 8, PING = 9;
-    /// The bytes of a frame as a server sends it (RFC 6455, 5.2), for glue() and pushBytes().
-    static std::string encodeFrame(const std::string& payload, unsigned opcode = TEXT,
-                                   Final final = Final::Yes);
+    static constexpr unsigned TEXT = 1, CLOSE = 8;
+    /// The bytes of a frame as a server sends it (RFC 6455, 5.2), for pushBytes().
+    static std::string encodeFrame(const std::string& payload, unsigned opcode = TEXT);
 
     // --- What happened ---
 
@@ -117,8 +104,6 @@ public:
 
     /// WebSockets that are open and whose end has not begun.
     std::size_t openSockets() const;
-    /// Their numbers, as in the record.
-    std::vector<unsigned> socketNumbers() const;
     /// Live subscriptions over all open sockets whose path is that of `uri` and, when `uri` has a query,
     /// whose query is the same. A fragment of `uri` and a '/' at the path's end do not matter.
     /// @throws Poco::SyntaxException when `uri` is none.

@@ -41,13 +41,12 @@ struct HttpAnswer_t {
     /// (application/json; charset=utf-8), Connection. A Content-Length above the body's size makes a body
     /// that is cut short.
     Headers headers = {};
-    std::string reason = {};  ///< reason phrase; empty: the usual one of `status`
 };
 
 /// Something that an endpoint does instead of answering a request properly.
 struct Fault_t {
     enum class Kind {
-        None,        ///< the proper answer (which may come late or in drips)
+        None,        ///< the proper answer (which may come late)
         Answer,      ///< the HTTP answer `answer`, then the end of the connection
         NoAnswer,    ///< nothing: the connection stays open until the peer ends it or the endpoint stops
         Raw,         ///< the bytes `bytes`, then the end of the connection
@@ -61,8 +60,6 @@ struct Fault_t {
     static Fault_t answering(const HttpAnswer_t& answer);
     /// A refusal by a bare status: 401, 403, 404, 503, ...
     static Fault_t status(int status);
-    /// A redirection by `status` (302, 307, ...) to the URL `location`.
-    static Fault_t redirect(int status, const std::string& location);
     static Fault_t noAnswer();
     static Fault_t garbage(const std::string& bytes);
     static Fault_t hangUp();
@@ -70,8 +67,6 @@ struct Fault_t {
     static Fault_t openAndEnd(const Ending_t& ending);
     /// The proper answer, `wait` late.
     static Fault_t late(std::chrono::milliseconds wait);
-    /// The proper answer, one byte every `interval`.
-    static Fault_t dripping(std::chrono::milliseconds interval);
 
     /// The same fault, `wait` later: Fault_t::hangUp().after(2s).
     Fault_t after(std::chrono::milliseconds wait) const;
@@ -81,7 +76,6 @@ struct Fault_t {
     std::string bytes = {};
     Ending_t ending = {};
     std::chrono::milliseconds delay{0};  ///< before anything else is done about the request
-    std::chrono::milliseconds drip{0};   ///< between two bytes of whatever is sent; 0: all at once
 };
 
 }  // namespace Nubo::Simulator

@@ -9,15 +9,10 @@
 namespace Nubo::Simulator {
 
 /// The service registry: lists the records of the registered services, over HTTP at "/" and to subscriptions
-/// such as "/?name=Media#11-Media", and sends requests for a service's resources on to that service.
+/// such as "/?name=Media#11-Media", and sends requests for a service's resources on to that service: by
+/// status 300 with the URL under data[0].hostAddress.
 class Registry final : public Endpoint {
 public:
-    /// How a request for a service's resource is sent on.
-    enum class Redirect {
-        MultipleChoices,  ///< status 300 with the URL under data[0].hostAddress
-        Temporary         ///< status 307 with the URL in the Location header
-    };
-
     /// Starts listening. Parameters and exceptions as of Endpoint and its start().
     Registry(const std::string& address, Poco::UInt16 port, ChangeSignal& changed);
     ~Registry() override;
@@ -32,16 +27,11 @@ public:
     std::size_t remove(const std::string& name);
     bool has(const std::string& name) const;
 
-    /// For the requests from now on; MultipleChoices at first.
-    void setRedirect(Redirect redirect) { _redirect = redirect; }
-
 private:
     bool servesUpgrade(const Target_t& target) const override;
     HttpAnswer_t answer(const HttpRequest_t& request) override;
     std::optional<std::string> render(const Target_t& target) const override;
     std::optional<std::string> locate(const std::string& service) const;
-
-    std::atomic<Redirect> _redirect{Redirect::MultipleChoices};
 
     mutable std::mutex _recordsMutex;  // leaf
     // Guarded by _recordsMutex, as is turning records into text, which writes into nested objects.
