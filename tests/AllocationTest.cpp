@@ -1,6 +1,6 @@
-// Lets one allocation of the library fail, each in turn, while a client connects, is notified, loses its connection,
-// rebuilds it and shuts down; and looks whether it still works afterwards. Allocations of the test and of the simulator
-// do not fail.
+// Lets one allocation of the library fail, each in turn, while a client connects, is notified, loses its
+// connection, rebuilds it and shuts down; and looks whether it still works afterwards. Allocations of the
+// test and of the simulator do not fail.
 
 #include <Poco/NullChannel.h>
 #include <execinfo.h>
@@ -15,10 +15,10 @@
 
 namespace {
 
-std::atomic<long> untilFailure{0};       // allocations of the library, the last of which fails
-thread_local int failuresHere = 0;       // on this thread
+std::atomic<long> untilFailure{0};  // allocations of the library, the last of which fails
+thread_local int failuresHere = 0;  // on this thread
 std::atomic<int> traceSize{0};
-std::array<void*, 64> trace;             // where it failed
+std::array<void*, 64> trace;  // where it failed
 
 void* allocate(std::size_t size) {
     void* const block = std::malloc(size);
@@ -37,14 +37,30 @@ void* allocateOrThrow(std::size_t size) {
 
 }  // namespace
 
-void* operator new(std::size_t size) { return allocateOrThrow(size); }
-void* operator new[](std::size_t size) { return allocateOrThrow(size); }
-void* operator new(std::size_t size, const std::nothrow_t&) noexcept { return allocate(size); }
-void* operator new[](std::size_t size, const std::nothrow_t&) noexcept { return allocate(size); }
-void operator delete(void* block) noexcept { std::free(block); }
-void operator delete[](void* block) noexcept { std::free(block); }
-void operator delete(void* block, std::size_t) noexcept { std::free(block); }
-void operator delete[](void* block, std::size_t) noexcept { std::free(block); }
+void* operator new(std::size_t size) {
+    return allocateOrThrow(size);
+}
+void* operator new[](std::size_t size) {
+    return allocateOrThrow(size);
+}
+void* operator new(std::size_t size, const std::nothrow_t&) noexcept {
+    return allocate(size);
+}
+void* operator new[](std::size_t size, const std::nothrow_t&) noexcept {
+    return allocate(size);
+}
+void operator delete(void* block) noexcept {
+    std::free(block);
+}
+void operator delete[](void* block) noexcept {
+    std::free(block);
+}
+void operator delete(void* block, std::size_t) noexcept {
+    std::free(block);
+}
+void operator delete[](void* block, std::size_t) noexcept {
+    std::free(block);
+}
 
 namespace {
 
@@ -82,7 +98,8 @@ protected:
     // What fails in a call of the application's own may come back to it: it calls again.
     // @param again whether it does so also after a call that has swallowed the failure
     template <class Call>
-    void call(const Call& call, const std::function<bool()>& again = [] { return false; }) {
+    void call(
+        const Call& call, const std::function<bool()>& again = [] { return false; }) {
         const int before = failuresHere;
         try {
             const LibraryScope inside(true);
@@ -121,7 +138,10 @@ void AllocationTest::run() {
     std::unique_ptr<ClientLib> lib;
     std::unique_ptr<ScriptedListener> listener;
     ServiceHandler::Ptr handler;
-    call([&] { lib = std::make_unique<ClientLib>(&inbox, ClientLib::ClientLibParameters{"test", 5000, false, 3, 10, 5, 3, 60, 10, 4, 1}); });
+    call([&] {
+        lib = std::make_unique<ClientLib>(
+            &inbox, ClientLib::ClientLibParameters{"test", 5000, false, 3, 10, 5, 3, 60, 10, 4, 1});
+    });
     call([&] { lib->startup(); });
     call([&] { handler = lib->addService(new ServiceHandler("Media", lib.get(), &inbox, 5000, true)); });
     call([&] { listener = std::make_unique<ScriptedListener>(lib.get(), 1); });
@@ -142,7 +162,11 @@ void AllocationTest::run() {
     expectNews();
     call([&] { listener->shutdown(); });
     call([&] { lib->shutdown(); });
-    call([&] { listener.reset(); handler.reset(); lib.reset(); });
+    call([&] {
+        listener.reset();
+        handler.reset();
+        lib.reset();
+    });
     inbox.dispatch();
 }
 
@@ -153,7 +177,10 @@ long setting(const char* name, long otherwise) {
 
 TEST_F(AllocationTest, EachMayFailOnce) {
     const long step = setting("ZOL_ALLOCATION_STEP", 37);
-    std::set_terminate([] { ::backtrace_symbols_fd(trace.data(), traceSize, STDERR_FILENO); std::abort(); });
+    std::set_terminate([] {
+        ::backtrace_symbols_fd(trace.data(), traceSize, STDERR_FILENO);
+        std::abort();
+    });
     for (long number = setting("ZOL_ALLOCATION_FIRST", 1);; number += step) {
         SCOPED_TRACE("allocation " + std::to_string(number));
         std::cerr << number << std::endl;

@@ -9,8 +9,8 @@
 #include <memory>
 #include <utility>
 
-// Tells the library's threads from those of the test and of the simulator, and has the system refuse them. For one
-// source file of a program.
+// Tells the library's threads from those of the test and of the simulator, and has the system refuse them.
+// For one source file of a program.
 
 /// Whether what runs on this thread is the library. A test says so around its calls, and the threads that are
 /// started meanwhile inherit it.
@@ -31,8 +31,10 @@ private:
 inline std::atomic<int> threadsToRefuse{0};
 
 /// Stands before the system's, or a sanitizer's, for the whole process.
-extern "C" __attribute__((visibility("default"))) int pthread_create(pthread_t* thread, const pthread_attr_t* attributes, void* (*body)(void*),
-                              void* argument) noexcept {
+extern "C" __attribute__((visibility("default"))) int pthread_create(pthread_t* thread,
+                                                                     const pthread_attr_t* attributes,
+                                                                     void* (*body)(void*),
+                                                                     void* argument) noexcept {
     using Start = std::pair<void* (*)(void*), void*>;
     static const auto next = reinterpret_cast<decltype(&pthread_create)>(dlsym(RTLD_NEXT, "pthread_create"));
     if (!inLibrary) return next(thread, attributes, body, argument);

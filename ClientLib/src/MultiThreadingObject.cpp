@@ -11,7 +11,7 @@ using Lock = Poco::Mutex::ScopedLock;
 namespace {
 constexpr long POLL_INTERVAL_MS = 30;
 constexpr std::size_t USUAL_ACTIVITIES = 8;
-}
+}  // namespace
 
 MultiThreadingObject::MultiThreadingObject() : _alive(std::make_shared<std::atomic<bool>>(true)) {
     _activityThreads.reserve(USUAL_ACTIVITIES);  // so that a message is not lost for want of memory here

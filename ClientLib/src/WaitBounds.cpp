@@ -15,6 +15,7 @@ namespace Nubo::Client {
 namespace {
 
 constexpr std::chrono::milliseconds DAY = std::chrono::hours{24};  // any more might not fit the clock
+constexpr int STEP_MS = 1000;  // a clock that is put forward is noticed behind such a step
 
 WaitBounds::Cancellations withoutNull(const WaitBounds::Cancellations& all) {
     WaitBounds::Cancellations there;
@@ -36,7 +37,7 @@ void WaitBounds::beginPhase(std::chrono::milliseconds atMost) {
 
 void WaitBounds::await(int descriptor, short events) const {
     check();
-    while (!polled(descriptor, events, millisecondsLeft())) check();
+    while (!polled(descriptor, events, std::min(millisecondsLeft(), STEP_MS))) check();
 }
 
 void WaitBounds::check() const {

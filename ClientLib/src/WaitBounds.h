@@ -2,6 +2,7 @@
 #define CLIENTLIB_SRC_WAITBOUNDS_H
 
 #include <Nubo/Net/Cancellation.h>
+#include <Nubo/Net/MonotonicClock.h>
 
 #include <chrono>
 #include <memory>
@@ -17,7 +18,7 @@ namespace Nubo::Client {
 class WaitBounds {
 public:
     using Cancellations = std::vector<std::shared_ptr<const Nubo::Net::Cancellation>>;
-    using Clock = std::chrono::steady_clock;
+    using Clock = Nubo::Net::MonotonicClock;
 
     /// @param total  from now on; a day at most
     /// @param cancellations  null ones are left out
@@ -44,8 +45,8 @@ private:
     int millisecondsLeft() const;
 
     const Cancellations _cancellations;
-    const Clock::time_point _due;
-    Clock::time_point _phaseDue;
+    const Clock::TimePoint _due;
+    Clock::TimePoint _phaseDue;
     std::string _aim;
 };
 

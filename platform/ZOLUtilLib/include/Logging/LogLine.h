@@ -22,17 +22,17 @@
 #define ZOL_LOG_DEBUG(...) ZOL_LOG_LINE(::Poco::Message::PRIO_DEBUG, "Debug: ", __VA_ARGS__)
 
 /// What the four above have in common; not for use elsewhere, since word and priority must match.
-#define ZOL_LOG_LINE(logPriority, levelWord, ...)                                                            \
-    do {                                                                                                     \
-        if (::Logging::Log::IsLogLevelActive(logPriority)) {                                                 \
-            try {                                                                                            \
-                ::Logging::LogStream(::Logging::Log::Logger(), logPriority)                                  \
-                        .addDefaultOutput(__FILE__, __LINE__)                                                \
-                    << levelWord << __VA_ARGS__ << std::endl;                                                \
-            } catch (...) {                                                                                  \
-                static_cast<void>(0); /* the line is lost, its caller is not */                              \
-            }                                                                                                \
-        }                                                                                                    \
+#define ZOL_LOG_LINE(logPriority, levelWord, ...)                               \
+    do {                                                                        \
+        if (::Logging::Log::IsLogLevelActive(logPriority)) {                    \
+            try {                                                               \
+                ::Logging::LogStream(::Logging::Log::Logger(), logPriority)     \
+                        .addDefaultOutput(__FILE__, __LINE__)                   \
+                    << levelWord << __VA_ARGS__ << std::endl;                   \
+            } catch (...) {                                                     \
+                static_cast<void>(0); /* the line is lost, its caller is not */ \
+            }                                                                   \
+        }                                                                       \
     } while (false)
 
 #endif
