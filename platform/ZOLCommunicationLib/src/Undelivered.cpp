@@ -5,6 +5,7 @@
 #include <algorithm>
 #include <cstdint>
 #include <cstring>
+#include <utility>
 
 namespace Nubo::Net {
 
@@ -63,7 +64,8 @@ std::shared_ptr<const void> Undelivered::receipt(const std::string& message) {
 void Undelivered::delivered(std::size_t bytes, std::size_t messages) {
     _bytes -= bytes;
     _messages -= messages;
-    if (_managerWaits && hasRoom() && _managerWaits.exchange(false)) _channel->callManager();
+    if (!_managerWaits || !hasRoom() || !_managerWaits.exchange(false)) return;
+    if (const auto channel = _channel.lock()) channel->callManager();
 }
 
 // The look behind the mark finds what was delivered before it was set, whose receipts have called nobody.

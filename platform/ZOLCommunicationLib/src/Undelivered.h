@@ -5,7 +5,6 @@
 #include <cstddef>
 #include <memory>
 #include <string>
-#include <utility>
 
 #include "SendChannel.h"
 
@@ -16,7 +15,7 @@ namespace Nubo::Net {
 class Undelivered : public std::enable_shared_from_this<Undelivered> {
 public:
     /// @param channel  of the connection: calls its manager when there is room again.
-    explicit Undelivered(std::shared_ptr<SendChannel> channel) : _channel(std::move(channel)) {}
+    explicit Undelivered(const std::shared_ptr<SendChannel>& channel) : _channel(channel) {}
 
     /// The message counts until the last copy of its receipt has gone, on whatever thread that is.
     std::shared_ptr<const void> receipt(const std::string& message);
@@ -31,7 +30,7 @@ private:
 
     void delivered(std::size_t bytes, std::size_t messages);
 
-    const std::shared_ptr<SendChannel> _channel;
+    const std::weak_ptr<SendChannel> _channel;  // weak: a receipt that is kept holds no descriptor
 
     // Each by itself.
     std::atomic<std::size_t> _bytes{0};
