@@ -6,30 +6,20 @@
 #include <Nubo/Net/WebSocketSender.h>
 #include <Nubo/Net/WebsocketConnectionManager.h>
 #include <Nubo/Net/WebsocketDataObjectSplitter.h>
-#include <Poco/Delegate.h>
-#include <Poco/Net/HTTPClientSession.h>
-#include <Poco/Net/HTTPRequest.h>
-#include <Poco/Net/HTTPResponse.h>
 #include <Poco/Net/NetException.h>
-#include <gtest/gtest.h>
 
-#include <algorithm>
-#include <atomic>
 #include <condition_variable>
-#include <functional>
 #include <future>
-#include <mutex>
 #include <new>
 #include <optional>
-#include <thread>
-#include <vector>
 
 #include "Footprint.h"
 #include "Frames.h"
-#include "SocketPeer.h"
+#include "RawPeer.h"
 
 using namespace std::chrono_literals;
 using Nubo::Net::MonotonicClock;
+using Nubo::Net::sendFrame;
 using Nubo::Net::TransportLimits;
 using Nubo::Net::WebsocketConnectionManager;
 using Nubo::Net::WebsocketDataEventPayload;
@@ -42,24 +32,7 @@ using Log = std::vector<std::string>;
 
 namespace {
 
-constexpr auto DEADLINE = 20s;
-
-template <typename Condition>
-bool eventually(const Condition& condition) {
-    const auto end = std::chrono::steady_clock::now() + DEADLINE;
-    while (!condition()) {
-        if (std::chrono::steady_clock::now() > end) return false;
-        std::this_thread::sleep_for(1ms);
-    }
-    return true;
-}
-
-SocketPtr open(unsigned short port) {
-    Poco::Net::HTTPClientSession session("127.0.0.1", port);
-    Poco::Net::HTTPRequest request("GET", "/", "HTTP/1.1");
-    Poco::Net::HTTPResponse response;
-    return SocketPtr(new WebSocket(session, request, response));
-}
+constexpr std::size_t TOO_LONG = TransportLimits::MAX_MESSAGE_BYTES + 1;
 
 /// Writes down the events of a manager, in order.
 class Recorder {
@@ -121,22 +94,29 @@ class ConnectionManager : public testing::Test {
 protected:
     ~ConnectionManager() override { manager.reset(); }  // while the recorder lives, which hears of its end
 
+    /// With small buffers, so that a peer that does not read is felt soon.
+    static Poco::Net::ServerSocket smallListener() {
+        Poco::Net::ServerSocket server;
+        server.bind(Poco::Net::SocketAddress("127.0.0.1", 0));
+        server.setReceiveBufferSize(4096);
+        server.listen(16);
+        return server;
+    }
     struct Link {
         SocketPtr socket;
         SocketPeer peer;
     };
 
-    /// Opens a WebSocket whose peer sends `behind` in the same packet as its answer; not added yet.
-    Link connect(const std::string& behind = "") {
-        auto opening = std::async(std::launch::async, [this] { return open(listener.port()); });
-        std::string key;
-        SocketPeer peer = listener.accept(key);
-        peer.send(SocketListener::answer(key) + behind);
-        return {opening.get(), std::move(peer)};
+    /// Opens a WebSocket to which its peer has sent something; not added yet.
+    Link connect(const std::string& sent = "") {
+        const Poco::Net::StreamSocket stream(listener.address());
+        SocketPeer peer(listener.acceptConnection());
+        peer.send(sent);
+        return {asWebSocket(stream, Side::Client), std::move(peer)};
     }
 
-    Link add(const std::string& behind = "", long silence = 0) {
-        Link link = connect(behind);
+    Link add(const std::string& sent = "", long silence = 0) {
+        Link link = connect(sent);
         manager->addConnection(link.socket, silence);
         return link;
     }
@@ -148,27 +128,32 @@ protected:
         recorder.wait(before + 1, link.socket);
     }
 
-    static bool isClosed(const SocketPtr& socket) { return socket->impl()->sockfd() == POCO_INVALID_SOCKET; }
+    /// Waits until it is closed.
+    static bool isClosed(const SocketPtr& socket) {
+        return eventually([&] { return socket->impl()->sockfd() == POCO_INVALID_SOCKET; });
+    }
+    /// Begins to send more than the systems buffer, on a thread.
+    std::future<void> sendMuch(Link& link) {
+        auto sending = std::async(std::launch::async, [socket = link.socket]() mutable {
+            sendFrame(*socket, std::string(8'000'000, 'x'), WebSocket::FRAME_TEXT);
+        });
+        link.peer.awaitData();
+        return sending;
+    }
 
-    SocketListener listener{4096};  // small, so that a peer that does not read is felt soon
+    Poco::Net::ServerSocket listener = smallListener();
     ManagerPtr manager{new WebsocketConnectionManager};
     Recorder recorder{*manager};
 };
 
-TEST_F(ConnectionManager, FramesBehindTheUpgradeAnswerAreDelivered) {
-    Link link = add(frames::text("one") + frames::frame(0x82, "two") + frames::header(0x81, 5) + "th");
-    EXPECT_EQ(recorder.wait(2), (Log{"text one", "binary two"}));
-    link.peer.send("ree");
-    EXPECT_EQ(recorder.wait(3).back(), "text three");
-}
-
 TEST_F(ConnectionManager, HalfAFrameHoldsUpNobodyElse) {
-    Link slow = add(frames::text("half").substr(0, 3));
+    const std::string half = frames::text("half");
+    Link slow = add(frames::text("one") + frames::frame(0x82, "two") + half.substr(0, 3));
     Link other = add();
-    other.peer.send(frames::text("prompt"));
-    EXPECT_EQ(recorder.wait(1), Log{"text prompt"});
-    slow.peer.send(frames::text("half").substr(3));
-    EXPECT_EQ(recorder.wait(1, slow.socket), Log{"text half"});
+    sync(other);
+    EXPECT_EQ(recorder.wait(2, slow.socket), (Log{"text one", "binary two"}));
+    slow.peer.send(half.substr(3));
+    EXPECT_EQ(recorder.wait(3, slow.socket).back(), "text half");
 }
 
 TEST_F(ConnectionManager, AddingRefusesWhatIsNoOpenSocketAndIgnoresASecondTime) {
@@ -183,70 +168,50 @@ TEST_F(ConnectionManager, AddingRefusesWhatIsNoOpenSocketAndIgnoresASecondTime) 
     EXPECT_EQ(recorder.wait(1).size(), 1U);
 }
 
-// Every way in which a peer ends a connection: what it does, the Reason, the close frame it is sent before
-// that.
-struct Ending {
-    const char* name;
-    std::string stream;
-    void (SocketPeer::*act)();
-    std::string reason;
-    std::optional<std::string> closePayload;
-};
-
-class EndedByPeer : public ConnectionManager, public testing::WithParamInterface<Ending> {};
-
-TEST_P(EndedByPeer, OneClosedEventAfterTheLastData) {
-    const Ending& ending = GetParam();
+// Every way in which a peer ends a connection.
+TEST_F(ConnectionManager, AnEndByThePeerIsOneClosedEventAfterTheLastData) {
+    const struct {
+        std::string stream;
+        void (SocketPeer::*act)();
+        std::string reason;
+        std::optional<std::string> answer;  // payload of the close frame
+    } table[] = {
+        {frames::closing(1001, "bye"), nullptr, "closed by peer (1001 going away)", frames::number(1001, 2)},
+        {frames::closing(4711), nullptr, "closed by peer (4711)", frames::number(4711, 2)},
+        {frames::frame(0x88), nullptr, "closed by peer (no status)", ""},
+        {"\xC1", nullptr, "protocol error: reserved bit set", frames::number(1002, 2)},
+        {frames::text("\xFF"), nullptr, "protocol error: text is not UTF-8", frames::number(1007, 2)},
+        {frames::header(0x81, TOO_LONG), nullptr, "message too big", frames::number(1009, 2)},
+        {"", &SocketPeer::close, "end of stream", std::nullopt},
+        {"", &SocketPeer::reset, "connection reset by peer", std::nullopt},
+    };
     Link other = add();
-    Link link = add();
-    sync(link);
-    link.peer.send(frames::text("last") + ending.stream + frames::text("ignored"));
-    recorder.wait(2);
-    if (ending.closePayload) {
-        const SocketPeer::Frame answer = link.peer.receive();
-        EXPECT_EQ(answer.first, 0x88U);
-        EXPECT_EQ(answer.payload, *ending.closePayload);
-        sync(other);
-        EXPECT_FALSE(link.peer.hasEnded()) << "the server ends the stream first";
+    std::vector<std::pair<SocketPtr, Log>> all;
+    for (const auto& [stream, act, reason, answer] : table) {
+        SCOPED_TRACE(reason);
+        Link link = add();
+        link.peer.send(frames::text("last") + stream + frames::text("ignored"));
+        recorder.wait(1, link.socket);
+        Log expected{"text last", "closed " + reason};
+        if (answer) {
+            const SocketPeer::Frame frame = link.peer.receive();
+            EXPECT_EQ(frame.first, 0x88U);
+            EXPECT_EQ(frame.payload, *answer);
+            sync(other);
+            EXPECT_FALSE(link.peer.hasEnded()) << "the server ends the stream first";
+        } else {
+            expected.insert(expected.begin() + 1, "text ignored");
+            recorder.wait(2, link.socket);
+            (link.peer.*act)();
+        }
+        EXPECT_EQ(recorder.wait(expected.size(), link.socket), expected);
+        MonotonicClock::advance(TransportLimits::CLOSE_LINGER);
+        EXPECT_TRUE(isClosed(link.socket));
+        all.emplace_back(link.socket, expected);
     }
-    if (ending.act != nullptr) (link.peer.*ending.act)();
-    Log expected{"text sync", "text last", "closed " + ending.reason};
-    if (!ending.closePayload) expected.insert(expected.begin() + 2, "text ignored");
-    EXPECT_EQ(recorder.wait(expected.size(), link.socket), expected);
-    if (!ending.closePayload) link.peer.close();
-    MonotonicClock::advance(TransportLimits::CLOSE_LINGER);
-    EXPECT_TRUE(eventually([&] { return isClosed(link.socket); }));
     manager.reset();
-    EXPECT_EQ(recorder.wait(0, link.socket), expected) << "nothing comes after the closed event";
-}
-
-INSTANTIATE_TEST_SUITE_P(
-    Endings, EndedByPeer,
-    testing::Values(
-        Ending{"Close", frames::closing(1001, "bye"), nullptr, "closed by peer (1001 going away)",
-               frames::number(1001, 2)},
-        Ending{"PrivateCode", frames::closing(4711), nullptr, "closed by peer (4711)",
-               frames::number(4711, 2)},
-        Ending{"CloseWithoutCode", frames::frame(0x88), nullptr, "closed by peer (no status)", ""},
-        Ending{"ReservedBit", "\xC1", nullptr, "protocol error: reserved bit set", frames::number(1002, 2)},
-        Ending{"BadText", frames::text("\xFF"), nullptr, "protocol error: text is not UTF-8",
-               frames::number(1007, 2)},
-        Ending{"TooBig", frames::header(0x81, TransportLimits::MAX_MESSAGE_BYTES + 1), nullptr,
-               "message too big", frames::number(1009, 2)},
-        Ending{"EndOfStream", "", &SocketPeer::close, "end of stream", std::nullopt},
-        Ending{"Reset", "", &SocketPeer::reset, "connection reset by peer", std::nullopt}),
-    [](const auto& row) { return row.param.name; });
-
-TEST_F(ConnectionManager, EveryPingIsAnsweredWhileThePeerReads) {
-    Link link = add(frames::ping("0"));
-    std::string burst;
-    for (int i = 1; i < 10; ++i) burst += frames::ping(std::to_string(i));
-    link.peer.send(burst);
-    for (int i = 0; i < 10; ++i) {
-        const SocketPeer::Frame pong = link.peer.receive();
-        EXPECT_EQ(pong.first, 0x8AU);
-        EXPECT_EQ(pong.payload, std::to_string(i));
-    }
+    for (const auto& [socket, expected] : all)
+        EXPECT_EQ(recorder.wait(0, socket), expected) << "nothing comes after the closed event";
 }
 
 TEST_F(ConnectionManager, OfAFloodOfPingsTheLatestIsAnswered) {
@@ -296,15 +261,15 @@ TEST_F(ConnectionManager, RemovedConnectionsGetACloseFrameAndNoEvent) {
     manager->removeConnection(forgotten.socket, WebsocketConnectionManager::ONLY_REMOVE_WEBSOCKET_DATA);
     for (Link* link : {&removed, &proxied}) {
         EXPECT_EQ(link->peer.receive().payload, frames::number(1000, 2));
-        EXPECT_THROW(Nubo::Net::sendFrame(*link->socket, "late", WebSocket::FRAME_TEXT), Poco::Exception);
+        EXPECT_THROW(sendFrame(*link->socket, "late", WebSocket::FRAME_TEXT), Poco::Exception);
         link->peer.close();
-        EXPECT_TRUE(eventually([&] { return isClosed(link->socket); }));
+        EXPECT_TRUE(isClosed(link->socket));
     }
     manager->removeConnection(removed.socket);
     manager->removeConnection(nullptr);
     manager.reset();
     EXPECT_EQ(recorder.wait(3), (Log{"text sync", "text sync", "text sync"}));
-    Nubo::Net::sendFrame(*forgotten.socket, "still open", WebSocket::FRAME_TEXT);
+    sendFrame(*forgotten.socket, "still open", WebSocket::FRAME_TEXT);
     EXPECT_EQ(forgotten.peer.receive().payload, "still open");
 }
 
@@ -349,10 +314,12 @@ TEST_F(ConnectionManager, FramesOfSendersAndManagerNeverMix) {
     const auto message = [](int i) { return std::string(256 * 1024, static_cast<char>('a' + i % 26)); };
     Link link = add();
     auto sending = std::async(std::launch::async, [&] {
-        for (int i = 0; i < TEXTS; ++i) Nubo::Net::sendFrame(*link.socket, message(i), WebSocket::FRAME_TEXT);
+        for (int i = 0; i < TEXTS; ++i) sendFrame(*link.socket, message(i), WebSocket::FRAME_TEXT);
     });
     link.peer.awaitData();
-    for (int i = 0; i < PINGS; ++i) link.peer.send(frames::ping(std::to_string(i)));
+    std::string burst;
+    for (int i = 0; i < PINGS; ++i) burst += frames::ping(std::to_string(i));
+    link.peer.send(burst);
     sync(link);
     for (int texts = 0, pongs = 0; texts < TEXTS || pongs < PINGS;) {
         const SocketPeer::Frame frame = link.peer.receive();
@@ -362,60 +329,38 @@ TEST_F(ConnectionManager, FramesOfSendersAndManagerNeverMix) {
     sending.get();
 }
 
-struct Stall {
-    const char* name;
-    bool peerReads;
-    bool byDelegate;
-};
-
-class StalledSend : public ConnectionManager, public testing::WithParamInterface<Stall> {};
-
 // The peer reads nothing: no progress for five seconds. The peer reads a little: ten seconds in all.
-TEST_P(StalledSend, EndsTheConnection) {
-    const std::string message(8'000'000, 'x');
-    std::future<void> sending;  // goes after its peer, which ends it in any case
+TEST_F(ConnectionManager, AStalledSendEndsTheConnection) {
+    std::future<void> sending;  // goes after its peer, which ends it
     Link other = add();
-    Link link = connect();
     recorder.onMessage = [&](const WebsocketDataEventPayload& payload) {
-        if (payload.data == "write") payload.webSocketProxy.write(message);
+        if (payload.data == "write") payload.webSocketProxy.write(std::string(8'000'000, 'x'));
     };
-    manager->addConnection(link.socket, 0);
-    sending = std::async(std::launch::async, [&, socket = link.socket]() mutable {
-        if (!GetParam().byDelegate) {
-            Nubo::Net::sendFrame(*socket, message, WebSocket::FRAME_TEXT);
-        } else {
-            link.peer.send(frames::text("write"));
-            recorder.wait(2, socket);  // as long as the send lasts
+    for (const auto& [byDelegate, peerReads] :
+         {std::pair(false, false), {false, true}, {true, false}, {true, true}}) {
+        SCOPED_TRACE(testing::PrintToString(std::pair(byDelegate, peerReads)));
+        Link link = add(byDelegate ? frames::text("write") : "");
+        const std::size_t messages = byDelegate ? 1 : 0;
+        const auto untilClosed = [&, socket = link.socket] { recorder.wait(2, socket); };
+        sending = byDelegate ? std::async(std::launch::async, untilClosed) : sendMuch(link);
+        link.peer.awaitData();
+        const auto start = MonotonicClock::now();
+        while (recorder.wait(0, link.socket).size() <= messages && MonotonicClock::now() - start < 60s) {
+            if (peerReads) link.peer.readALittle();
+            sending.wait_for(50ms);  // the systems' buffers fill
+            MonotonicClock::advance(500ms);
+            sync(other);
+            sync(other);  // the turn in which the first one came is over
         }
-    });
-    link.peer.awaitData();
-    const auto start = MonotonicClock::now();
-    const auto closed = [&] {
-        return recorder.wait(0, link.socket).size() > (GetParam().byDelegate ? 1 : 0);
-    };
-    while (!closed() && MonotonicClock::now() - start < 60s) {
-        if (GetParam().peerReads) link.peer.readALittle();
-        sending.wait_for(50ms);  // the systems' buffers fill
-        MonotonicClock::advance(500ms);
-        sync(other);
-        sync(other);  // the turn in which the first one came is over
+        EXPECT_EQ(recorder.wait(messages + 1, link.socket).back(), "closed send stalled");
+        EXPECT_EQ(MonotonicClock::now() - start > 9s, peerReads);
+        if (byDelegate)
+            sending.get();
+        else
+            EXPECT_THROW(sending.get(), Poco::TimeoutException);
+        EXPECT_TRUE(isClosed(link.socket));
     }
-    EXPECT_EQ(recorder.wait(1, link.socket).back(), "closed send stalled");
-    EXPECT_EQ(MonotonicClock::now() - start > 9s, GetParam().peerReads);
-    ASSERT_EQ(sending.wait_for(DEADLINE), std::future_status::ready);
-    if (GetParam().byDelegate)
-        sending.get();
-    else
-        EXPECT_THROW(sending.get(), Poco::TimeoutException);
-    EXPECT_TRUE(eventually([&] { return isClosed(link.socket); }));
 }
-
-INSTANTIATE_TEST_SUITE_P(Peer, StalledSend,
-                         testing::Values(Stall{"ReadsNothing", false, false},
-                                         Stall{"ReadsALittle", true, false},
-                                         Stall{"ReadsNothingOfDelegates", false, true},
-                                         Stall{"ReadsALittleOfDelegates", true, true}),
-                         [](const auto& row) { return row.param.name; });
 
 TEST_F(ConnectionManager, ADelegateMayWaitForASenderWhosePeerDoesNotRead) {
     std::future<void> sending;
@@ -426,10 +371,7 @@ TEST_F(ConnectionManager, ADelegateMayWaitForASenderWhosePeerDoesNotRead) {
         ended.set_value(sending.wait_for(DEADLINE) == std::future_status::ready);
     };
     manager->addConnection(other.socket, 0);
-    sending = std::async(std::launch::async, [socket = link.socket]() mutable {
-        Nubo::Net::sendFrame(*socket, std::string(8'000'000, 'x'), WebSocket::FRAME_TEXT);
-    });
-    link.peer.awaitData();
+    sending = sendMuch(link);
     other.peer.send(frames::text("wait"));
     auto result = ended.get_future();
     EXPECT_TRUE(eventually([&] {
@@ -521,7 +463,7 @@ TEST_F(ConnectionManager, WithoutMemoryForAMessageTheConnectionFailsAndItsEndIsR
     EXPECT_EQ(link.peer.receive().payload, frames::number(1011, 2));
     link.peer.close();
     EXPECT_EQ(recorder.wait(2), (Log{"text a", "closed internal error: std::bad_alloc"}));
-    EXPECT_TRUE(eventually([&] { return isClosed(link.socket); }));
+    EXPECT_TRUE(isClosed(link.socket));
 }
 
 /// Messages that come faster than they are delivered: `count` of them, each ending in `text`, of which so
@@ -600,7 +542,7 @@ TEST_P(Flooded, IsRemovedAtOnceWhileItIsNotRead) {
     manager->removeConnection(link.socket);
     EXPECT_EQ(link.peer.receive().payload, frames::number(1000, 2));
     MonotonicClock::advance(TransportLimits::CLOSE_LINGER);
-    EXPECT_TRUE(eventually([&] { return isClosed(link.socket); }));
+    EXPECT_TRUE(isClosed(link.socket));
     sending.wait();
     EXPECT_EQ(came, GetParam().mayWait);
 }
@@ -626,7 +568,7 @@ TEST_F(ConnectionManager, TheOwnersCloseEndsWithThePeersAnswerOrWithoutIt) {
     const SocketPtr socket = silent.socket;
     EXPECT_TRUE(eventually([&] {
         MonotonicClock::advance(TransportLimits::CLOSE_LINGER);
-        return isClosed(socket);
+        return socket->impl()->sockfd() == POCO_INVALID_SOCKET;
     }));
     EXPECT_EQ(recorder.wait(1, socket), Log{"closed closed by this side, no answer within 1000 ms"});
     EXPECT_TRUE(silent.peer.hasEnded());
@@ -640,7 +582,7 @@ TEST_F(ConnectionManager, OfTooManyThatLingerTheOldestIsClosedAtOnce) {
         while (links.size() <= TransportLimits::MAX_LINGERING) links.push_back(add());
         const auto start = MonotonicClock::now();
         for (Link& link : links) link.peer.send(frames::closing(1000));
-        EXPECT_TRUE(eventually([&] { return isClosed(links.front().socket); }));
+        EXPECT_TRUE(isClosed(links.front().socket));
         atOnce = MonotonicClock::now() - start < TransportLimits::CLOSE_LINGER;
     }
     EXPECT_TRUE(atOnce);
@@ -663,7 +605,7 @@ TEST_F(ConnectionManager, ItsEndIsReportedAndPayloadsOutliveIt) {
     EXPECT_EQ(recorder.wait(2), (Log{"text sync", "closed connection manager stopped"}));
     EXPECT_EQ(link.peer.receive().payload, frames::number(1000, 2));
     const WebsocketEventPayload kept = recorder.payloads().back();
-    EXPECT_EQ(kept.webSocketProxy.peerAddress().port(), listener.port());
+    EXPECT_EQ(kept.webSocketProxy.peerAddress().port(), listener.address().port());
     kept.webSocketProxy.shutdown();
     EXPECT_THROW(kept.webSocketProxy.write("late"), Poco::Exception);
 }
@@ -689,13 +631,10 @@ TEST_F(ConnectionManager, CancelledSendsFailAtOnceAndCloseStillWorks) {
     std::future<void> sending;
     Link link = add();
     Link idle = add();
-    sending = std::async(std::launch::async, [socket = link.socket]() mutable {
-        Nubo::Net::sendFrame(*socket, std::string(8'000'000, 'x'), WebSocket::FRAME_TEXT);
-    });
-    link.peer.awaitData();
+    sending = sendMuch(link);
     for (Link* each : {&link, &idle}) {
         Nubo::Net::cancelSends(*each->socket);
-        EXPECT_THROW(Nubo::Net::sendFrame(*each->socket, "late", WebSocket::FRAME_TEXT), Poco::Exception);
+        EXPECT_THROW(sendFrame(*each->socket, "late", WebSocket::FRAME_TEXT), Poco::Exception);
     }
     EXPECT_THROW(sending.get(), Poco::Exception);
     Nubo::Net::sendClose(*idle.socket);

@@ -2,6 +2,7 @@
 #define TESTS_RAWPEER_H
 
 #include <Poco/Net/HTTPClientSession.h>
+#include <Poco/Net/ServerSocket.h>
 #include <Poco/Net/WebSocketImpl.h>
 #include <Poco/NumberFormatter.h>
 #include <Poco/SharedPtr.h>

@@ -2,7 +2,6 @@
 #define TESTS_SOCKETPEER_H
 
 #include <Poco/Net/NetException.h>
-#include <Poco/Net/ServerSocket.h>
 #include <Poco/Net/WebSocket.h>
 #include <gtest/gtest.h>
 
@@ -123,36 +122,6 @@ private:
 
     Poco::Net::StreamSocket _socket;
     std::string _received;
-};
-
-/// Listens on a free port of the loopback interface.
-class SocketListener {
-public:
-    /// @param receiveBuffer  of the connections, in bytes.
-    explicit SocketListener(int receiveBuffer) {
-        _server.bind(Poco::Net::SocketAddress("127.0.0.1", 0));
-        _server.setReceiveBufferSize(receiveBuffer);
-        _server.setReceiveTimeout(Poco::Timespan(20, 0));
-        _server.listen(16);
-    }
-
-    unsigned short port() const { return _server.address().port(); }
-
-    /// The next connection, its request read; `key` becomes the one for answer().
-    SocketPeer accept(std::string& key) {
-        const auto stream = _server.acceptConnection();
-        key = RawRequest(stream).accept();
-        return SocketPeer(stream);
-    }
-    /// The answer that completes the upgrade.
-    static std::string answer(const std::string& key) {
-        return "HTTP/1.1 101 Switching Protocols\r\nUpgrade: websocket\r\nConnection: Upgrade\r\n"
-               "Sec-WebSocket-Accept: " +
-               key + "\r\n\r\n";
-    }
-
-private:
-    Poco::Net::ServerSocket _server;
 };
 
 #endif
