@@ -52,11 +52,13 @@ public:
         } catch (...) {
             _failure = std::current_exception();
         }
+        _published = true;
         _done.cancel();
     }
 
     HostEntry::AddressList await(const WaitBounds& bounds) {
         bounds.await(_done.descriptor(), POLLIN);
+        if (!_published) throw Poco::IllegalStateException("a look-up that is done without a result");
         if (_failure) std::rethrow_exception(_failure);
         if (_addresses.empty()) throw Poco::Net::NoAddressFoundException(_name);
         return _addresses;
@@ -65,7 +67,8 @@ public:
 private:
     const std::string _name;
     const Place _place;
-    Nubo::Net::Cancellation _done;  // a sign to poll for; orders the two members below
+    Nubo::Net::Cancellation _done;        // a sign to poll for
+    std::atomic<bool> _published{false};  // orders the two members below, which a descriptor does not
     HostEntry::AddressList _addresses;
     std::exception_ptr _failure;
 };
