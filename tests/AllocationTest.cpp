@@ -37,28 +37,31 @@ void* allocateOrThrow(std::size_t size) {
 
 }  // namespace
 
-void* operator new(std::size_t size) {
+// Not inline: the compiler would see that an operator new is met by free().
+#define REPLACED __attribute__((noinline))
+
+REPLACED void* operator new(std::size_t size) {
     return allocateOrThrow(size);
 }
-void* operator new[](std::size_t size) {
+REPLACED void* operator new[](std::size_t size) {
     return allocateOrThrow(size);
 }
-void* operator new(std::size_t size, const std::nothrow_t&) noexcept {
+REPLACED void* operator new(std::size_t size, const std::nothrow_t&) noexcept {
     return allocate(size);
 }
-void* operator new[](std::size_t size, const std::nothrow_t&) noexcept {
+REPLACED void* operator new[](std::size_t size, const std::nothrow_t&) noexcept {
     return allocate(size);
 }
-void operator delete(void* block) noexcept {
+REPLACED void operator delete(void* block) noexcept {
     std::free(block);
 }
-void operator delete[](void* block) noexcept {
+REPLACED void operator delete[](void* block) noexcept {
     std::free(block);
 }
-void operator delete(void* block, std::size_t) noexcept {
+REPLACED void operator delete(void* block, std::size_t) noexcept {
     std::free(block);
 }
-void operator delete[](void* block, std::size_t) noexcept {
+REPLACED void operator delete[](void* block, std::size_t) noexcept {
     std::free(block);
 }
 

@@ -278,7 +278,7 @@ protected:
             // That of the reconnect thread; the caller's has less.
             {"patience",
              [&] {
-                 if (is("Reconnecting")) Nubo::Net::MonotonicClock::advance(60s);
+                 if (is("Reconnecting") || is("DroppedTwice")) Nubo::Net::MonotonicClock::advance(60s);
              }},
             {"start", [&] { victim.clearFaults(), victim.start(); }}};
         words.at(step)();

@@ -203,7 +203,7 @@ protected:
         }
     }
     void run() override {
-        const ReconnectThread::Run run(thread);
+        ReconnectThread::Run run(thread);
         do {
             delays.push_back(run.retries().delayMs);
             ++rounds;
@@ -223,7 +223,7 @@ protected:
 
 TEST_F(ReconnectThreadTest, RunsAgainAndAgainAndIsJoinedOnce) {
     EXPECT_TRUE(thread.join(0));  // it never ran
-    for (uint32_t i = 1; i <= 300; ++i) {
+    for (uint32_t i = 1; i <= 6000; ++i) {
         start(i);  // the last one may be about to end
         if (i % 3 != 0) continue;
         ASSERT_TRUE(thread.join(30000));

@@ -74,6 +74,7 @@ void BoundedSession::attach(BoundedSocket* bounded) {
 }
 
 int BoundedSession::write(const char* buffer, std::streamsize length) {
+    // Past HTTPClientSession, which would connect again. NOLINTNEXTLINE(bugprone-parent-virtual-call)
     return HTTPSession::write(buffer, length);
 }
 

@@ -132,7 +132,7 @@ WebSocketRequestHandler::Ptr ClientLib::registerConnection(Poco::SharedPtr<WebSo
                                                            long timeoutMs) {
     auto manager = connectionManager();
     if (!manager) throw Poco::NullPointerException();
-    const WebSocketRequestHandler::Ptr worker = startWorker(socket);
+    WebSocketRequestHandler::Ptr worker = startWorker(socket);
     _workers->add(worker, *socket);
     try {
         manager->addConnection(socket, timeoutMs);

@@ -62,7 +62,7 @@ std::size_t lengthIn(const std::vector<std::string>& values) {
         const bool isNumber = !value.empty() && value.find_first_not_of(DECIMAL) == std::string::npos;
         if (!isNumber || value != values.front()) throw MessageException("bad Content-Length: " + value);
     }
-    const std::string digits = values.front();
+    const std::string& digits = values.front();
     if (digits.size() > MAX_DIGITS) failTooLong();
     return std::strtoull(digits.c_str(), nullptr, 10);
 }

@@ -72,7 +72,7 @@ bool ReconnectThread::decideLocked(bool again) {
 }
 
 ReconnectThread::Run::~Run() {
-    {
+    if (!_left) {
         const Lock lock(_owner._mutex);
         _owner._state = State::Idle;
     }

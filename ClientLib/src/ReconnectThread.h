@@ -63,13 +63,16 @@ public:
         /// @param needed  asked only if another round was wanted; must take leaf locks only
         /// @return true: begin another round. false: leave.
         template <class Needed>
-        bool again(const Needed& needed) const {
+        bool again(const Needed& needed) {
             const Nubo::Util::MutexLock lock(_owner._mutex);
-            return _owner.decideLocked(_owner._state == State::RunAgain && !_owner._stopped && needed());
+            const bool wanted = _owner._state == State::RunAgain && !_owner._stopped && needed();
+            _left = !_owner.decideLocked(wanted);
+            return !_left;
         }
 
     private:
         ReconnectThread& _owner;
+        bool _left = false;  // decided: start() may be joining this thread, with the lock
     };
 
     /// One attempt of the thread to connect, which others can end.

@@ -328,7 +328,7 @@ void ServiceHandler::endReconnectThread() {
 // --- the reconnect thread's body ---
 
 void ServiceHandler::run() {
-    const ReconnectThread::Run run(*_reconnectThread);
+    ReconnectThread::Run run(*_reconnectThread);
     do {
         try {
             const auto [count, delayMs] = run.retries();

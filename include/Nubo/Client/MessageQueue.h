@@ -45,7 +45,7 @@ namespace Nubo::Client {
 /// throws costs an Error line; the rest is run.
 class ZOL_EXPORT MessageQueue : public IMessageSyncInterface {
 public:
-    static constexpr std::size_t UNBOUNDED = 0;
+    static constexpr std::size_t UNBOUNDED = 0;  ///< no bound
 
     /// @param bound how many messages may wait; more are refused until there is room again, which is counted
     ///        (refused()), and said in a Warning line once until the queue has been empty. The event that a

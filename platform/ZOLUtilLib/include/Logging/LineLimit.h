@@ -18,9 +18,9 @@ namespace Logging {
 /// is written. Nothing throws.
 class ZOL_EXPORT LineLimit {
 public:
-    using Clock = std::chrono::steady_clock;
+    using Clock = std::chrono::steady_clock;  ///< what a second is measured by
 
-    static constexpr unsigned LINES = 20;
+    static constexpr unsigned LINES = 20;  ///< in a second
 
     /// Whether the caller may write a line of that level now. Lines of an inactive level are not counted.
     /// Writes the line about those left out, when it is due.

@@ -15,10 +15,12 @@ namespace Logging {
 /// Refers to the text, which must live until it is written.
 class Shortened {
 public:
-    static constexpr std::size_t LIMIT = 16384;
+    static constexpr std::size_t LIMIT = 16384;  ///< bytes
 
+    /// Refers to `text`.
     explicit Shortened(std::string_view text) : _text(text) {}
 
+    /// Writes it.
     friend std::ostream& operator<<(std::ostream& out, const Shortened& shortened) {
         const std::string_view text = shortened._text;
         if (text.size() <= LIMIT) return out << text;

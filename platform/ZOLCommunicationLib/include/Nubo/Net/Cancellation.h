@@ -17,7 +17,7 @@ public:
 
     /// Ends every wait on this object, those that begin later too.
     void cancel() noexcept;
-    bool cancelled() const noexcept;
+    bool cancelled() const noexcept;  ///< whether cancel() was called
 
     /// For poll(2): readable from cancel() on. Owned by this object, and never to be read.
     int descriptor() const noexcept { return _event; }
