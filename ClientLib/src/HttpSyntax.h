@@ -15,7 +15,7 @@ inline bool isAlphanumeric(char c) {
 }
 
 inline bool isControl(char c) {
-    return (c >= 0 && c < ' ') || c == '\x7F';
+    return static_cast<unsigned char>(c) < ' ' || c == '\x7F';
 }
 
 /// Only alphanumeric characters and those in `others`, and at least one of them.
