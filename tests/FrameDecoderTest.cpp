@@ -11,12 +11,7 @@
 
 #include "Frames.h"
 
-using frames::closing;
-using frames::frame;
-using frames::header;
-using frames::number;
-using frames::ping;
-using frames::text;
+using namespace frames;
 using Nubo::Net::FrameDecoder;
 using Event = FrameDecoder::Event;
 

@@ -7,14 +7,12 @@
 #include <Nubo/Simulator/Faults.h>
 #include <Poco/URI.h>
 #include <dlfcn.h>
-#include <gtest/gtest.h>
 #include <netdb.h>
 
 #include <cctype>
 #include <condition_variable>
 #include <csignal>
 #include <cstdio>
-#include <future>
 #include <optional>
 
 #include "LogCapture.h"
@@ -83,9 +81,22 @@ std::string logged(const LogCapture& log) {
     return lines;
 }
 
+std::string repeated(std::size_t count, const std::string& text) {
+    std::string all;
+    while (count-- > 0) all += text;
+    return all;
+}
+
 std::string answer(const std::string& status, const std::string& body, const std::string& headers = "") {
     return "HTTP/1.1 " + status + "\r\nContent-Length: " + std::to_string(body.size()) + "\r\n" + headers +
            "\r\n" + body;
+}
+
+std::string location(const std::string& url) {
+    return answer("307 Moved", "", "Location: " + url + "\r\n");
+}
+std::string choice(const std::string& address) {
+    return answer("300 Choices", R"({"data":[{"hostAddress":")" + address + R"("},{}]})");
 }
 
 struct HttpPathTest : testing::Test {
@@ -148,10 +159,9 @@ TEST_F(HttpPathTest, RequestsOnTheWire) {
     const std::string rest = "Accept: application/json\r\n" + host + "\r\n\r\n\xC3\xA4";
     EXPECT_EQ(start + "charset=utf-8\r\n" + rest, registered.requests().at(0));
     EXPECT_EQ(start + "charset=utf-8\r\nUser-Agent: Unit/1.0\r\n" + rest, registered.requests().at(1));
-    const std::string redirection = answer("307 Moved", "", "Location: http://127.0.0.1:1/M/t\r\n");
     const LogCapture log;
     for (const std::string form : {"127.1", "::1", "[::1]"}) {
-        const auto peer = RawPeer::at(form, redirection, RawPeer::Then::Close);
+        const auto peer = RawPeer::at(form, location("http://127.0.0.1:1/M/t"), RawPeer::Then::Close);
         if (!peer) GTEST_SKIP() << "no IPv6 on this machine";
         EXPECT_FALSE(client.sendRequest(form, peer->port(), response, body, "GET", "/a", ""));
     }
@@ -170,11 +180,6 @@ TEST_F(HttpPathTest, BodiesInAllTheirForms) {
     const std::string earlyHints = "HTTP/1.1 103 Early Hints\r\nLink: a\r\n\r\n";
     const auto sized = [](const std::string& length) {
         return "HTTP/1.1 200 OK\r\nContent-Length: " + length + "\r\n\r\nabc";
-    };
-    const auto repeated = [](std::size_t count, const std::string& text) {
-        std::string all;
-        for (std::size_t i = 0; i < count; ++i) all += text;
-        return all;
     };
     const struct {
         std::string method, answer, body;  // "before" where none was read
@@ -282,19 +287,11 @@ TEST_F(HttpPathTest, RequestsEndByTimeAndByShutdown) {
                 return own->sendRequest(row.host, port, response, body, "PUT", "/a", content);
             });
             EXPECT_TRUE(log.waitFor("sendRequest: PUT"));
-            const auto ended = [&] { return done.wait_for(0s) == std::future_status::ready; };
             if (byShutdown) {
                 own->shutdown();
                 own.reset();  // which nothing touches any more
             } else if (!row.drip.empty()) {
-                EXPECT_TRUE(eventually([&] {
-                    try {
-                        peer.send(0, row.drip);
-                    } catch (const Poco::IOException&) {
-                        // The client has given up.
-                    }
-                    return ended();
-                }));
+                EXPECT_TRUE(peer.dripUntil(0, row.drip, done));
             }
             EXPECT_FALSE(done.get());
             EXPECT_TRUE(log.contains("Error: sendRequest: sending request /a: "));
@@ -346,12 +343,6 @@ TEST_F(HttpPathTest, NamesAreLookedUpOnlyWhereTheyMay) {
 TEST_F(HttpPathTest, NothingIsInjectedIntoRequests) {
     const RawPeer victim({answer("200 OK", "hit")});
     const std::string base = "http://127.0.0.1:" + std::to_string(victim.port());
-    const auto choice = [&](const std::string& address) {
-        return answer("300 Choices", R"({"data":[{"hostAddress":")" + address + R"("}]})");
-    };
-    const auto location = [&](const std::string& url) {
-        return answer("307 Moved", "", "Location: " + url + "\r\n");
-    };
     const std::string attack = R"(/a?b HTTP/1.1\r\nX: y\r\n\r\nDELETE /victim HTTP/1.1\r\n\r\n)";
     for (const std::string& redirection :
          {choice(base + attack), choice(base + "/a?b\\u0000"), choice(base + "/a b"),
@@ -405,14 +396,10 @@ TEST(HttpPathDeathTest, NoSignalWhenThePeerCloses) {
 
 TEST_F(HttpPathTest, RedirectionsAreReportedOrFollowedOnce) {
     const auto choices = [](const std::string& json) { return answer("300 Multiple Choices", json); };
-    const auto location = [](const std::string& url) {
-        return answer("307 Temporary Redirect", "", "Location: " + url + "\r\n");
-    };
     const RawPeer other({answer("200 OK", "found"), answer("404 No", "gone"),
                          location("http://127.0.0.1:1/never"), answer("200 OK", "found")});
     const std::string base = "http://127.0.0.1:" + std::to_string(other.port());
     const std::string path = "/M/t/?$fields=a,b";
-    const std::string named = R"({"status":"ok","data":[{"hostAddress":")" + base + path + R"("},{}]})";
     const std::string pathless = R"({"data":[{"hostAddress":")" + base + R"("}]})";
     const std::string to =
         "Nubo::Client::ClientLib::sendRequest(Poco::Net::HTTPResponse&, std::__cxx11::string&, const "
@@ -428,7 +415,7 @@ TEST_F(HttpPathTest, RedirectionsAreReportedOrFollowedOnce) {
         {location(base + path), base + path, true, true, "found", "D|Debug: virtual bool " + to},
         {location(base + path), base + path, true, false, "gone", "-> 404 No"},
         {location(base + path), base + path, true, true, "before", to},
-        {choices(named), base + path, true, true, "found", to},
+        {choice(base + path), base + path, true, true, "found", to},
         {choices(pathless), base, true, false, pathless, "empty uri"},
         {location("/b"), "/b", true, false, "before", "sending request /b: "},
         {answer("307 Temporary Redirect", "b"), "", true, true, "b", "-> 307 Temporary Redirect"},

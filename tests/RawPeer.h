@@ -10,6 +10,7 @@
 #include <poll.h>
 
 #include <atomic>
+#include <future>
 #include <memory>
 #include <mutex>
 #include <string>
@@ -95,6 +96,18 @@ public:
     }
     void send(std::size_t i, const std::string& bytes) const {
         connection(i).sendBytes(bytes.data(), static_cast<int>(bytes.size()));
+    }
+    /// Sends on connection number i until `done` has its result; false when it has none within the deadline.
+    template <class Result>
+    bool dripUntil(std::size_t i, const std::string& bytes, const std::future<Result>& done) const {
+        return eventually([&] {
+            try {
+                send(i, bytes);
+            } catch (const Poco::IOException&) {
+                // The client has given up.
+            }
+            return done.wait_for(std::chrono::seconds(0)) == std::future_status::ready;
+        });
     }
 
 private:
