@@ -3,7 +3,6 @@
 #include <Logging/LogLine.h>
 #include <Nubo/Client/ClientLib.h>
 #include <Nubo/Net/TransportLimits.h>
-#include <Nubo/Net/WebSocketProxy.h>
 #include <Poco/Exception.h>
 #include <Poco/Net/HTTPRequest.h>
 #include <Poco/Net/HTTPResponse.h>

@@ -5,8 +5,6 @@
 #include <Nubo/Client/ClientLib.h>
 #include <Nubo/ServiceRegistryConnection.h>
 #include <Poco/Exception.h>
-#include <Poco/Net/HTTPRequest.h>
-#include <Poco/Net/HTTPResponse.h>
 #include <Poco/URI.h>
 
 #include <memory>

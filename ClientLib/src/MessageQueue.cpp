@@ -80,6 +80,7 @@ MessageQueue::~MessageQueue() {
 bool MessageQueue::enqueueDataMessage(DataMessageBase* message) {
     const Verdict verdict = store(message);
     if (verdict == Verdict::Accepted) return true;
+    // cppcheck-suppress shadowFunction
     const Owned refused(message);
     if (verdict == Verdict::RefusedAsFull) {
         ZOL_LOG_WARNING("MessageQueue::enqueueDataMessage: " << _bound << " messages wait, more are refused");

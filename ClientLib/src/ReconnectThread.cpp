@@ -85,10 +85,10 @@ ReconnectThread::Retries_t ReconnectThread::Run::retries() const {
 }
 
 ReconnectThread::Attempt::Attempt(ReconnectThread& owner) : _owner(owner) {
-    const auto cancellation = std::make_shared<Nubo::Net::Cancellation>();
-    _cancellation = cancellation;
+    const auto own = std::make_shared<Nubo::Net::Cancellation>();
+    _cancellation = own;  // cppcheck-suppress useInitializationList ; the owner may cancel, others only look
     const Lock lock(_owner._mutex);
-    _owner._attempt = cancellation;
+    _owner._attempt = own;
     if (_owner._stopped || _owner._overtaking > 0) _owner.cancelAttemptLocked();
 }
 

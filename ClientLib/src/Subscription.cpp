@@ -15,9 +15,12 @@ namespace Nubo::Client {
 /// One subscription: where it leads.
 struct Subscription::Route {
     SubscribingListener* listener;  // null when the subscription or the listener has ended
+    // cppcheck-suppress unusedStructMember
     const std::string query;
+    // cppcheck-suppress unusedStructMember
     const std::string service;
     std::function<void(const Notification&)> function;
+    // cppcheck-suppress unusedStructMember
     const bool autosubscribe;
     std::string uri;  // the subscriber's; empty while it waits for its service
 };

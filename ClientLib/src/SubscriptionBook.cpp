@@ -1,7 +1,5 @@
 #include "SubscriptionBook.h"
 
-#include <Poco/Exception.h>
-
 #include <charconv>
 #include <optional>
 

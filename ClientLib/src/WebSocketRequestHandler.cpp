@@ -223,6 +223,7 @@ void WebSocketRequestHandler::recover(const WebsocketNotification& entry,
 }
 
 void WebSocketRequestHandler::leave() {
+    // cppcheck-suppress unreadVariable
     const Ptr last = takeKept(Afterwards::Leave);  // may be the last one, which destroys this object
     _finishedThread = true;
 }
@@ -250,6 +251,7 @@ WebSocketRequestHandler::Entry WebSocketRequestHandler::nextEntry() {
     Entry entry(dynamic_cast<WebsocketNotification*>(notification.get()), true);
     if (notification.isNull() || entry) return entry;
     _atStopMark = _atStopMark || notification == _stopMark;
+    // cppcheck-suppress unreadVariable
     const Ptr last = takeKept(Afterwards::Continue);  // may be the last one, which destroys this object
     return nullptr;
 }
@@ -315,6 +317,7 @@ void WebSocketRequestHandler::sendRequest(const WebsocketNotification& entry) {
 // Does not look at _disposing: a close is always reported.
 void WebSocketRequestHandler::raiseClosed(const WebsocketNotification& entry) {
     _closeReported = true;
+    // cppcheck-suppress unreadVariable
     const Ptr last = takeKept(Afterwards::Continue);  // dropped behind the event
     SocketClosed.notify(this, *entry._closeEventPayload);
 }

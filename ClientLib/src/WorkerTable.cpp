@@ -49,29 +49,29 @@ WebSocketRequestHandler* WorkerTable::findLocked(const Poco::Net::WebSocket& soc
 }
 
 bool WorkerTable::queue(const Nubo::Net::WebsocketDataEventPayload& data) {
-    Queue queue;  // a share of it, not of the worker, whose last pointer this thread must not come to hold
+    Queue entries;  // a share of it, not of the worker, whose last pointer this thread must not come to hold
     {
         Lock lock(_mutex);
-        if (const auto* worker = findLocked(*data.webSocketProxy.webSocket)) queue = worker->_queue;
+        if (const auto* worker = findLocked(*data.webSocketProxy.webSocket)) entries = worker->_queue;
     }
-    if (queue) queue->enqueueNotification(new Notification(data));
-    return !queue.isNull();
+    if (entries) entries->enqueueNotification(new Notification(data));
+    return !entries.isNull();
 }
 
 bool WorkerTable::close(const Nubo::Net::WebsocketEventPayload& payload, Report report) {
     Poco::Notification::Ptr entry(report == Report::Yes ? new Notification(payload) : new Poco::Notification);
-    Queue queue;
+    Queue entries;
     {
         Lock lock(_mutex);
         auto* const worker = findLocked(*payload.webSocketProxy.webSocket);
         const auto listed = std::find(_workers.begin(), _workers.end(), worker);
         if (listed == _workers.end()) return false;
-        queue = worker->_queue;
+        entries = worker->_queue;
         forgetLocked(worker);
         // One whose thread has ended stays listed, for whoever has shut it down.
         if (worker->keepUntilClosed(*listed)) _workers.erase(listed);
     }
-    enqueueSurely(*queue, entry);
+    enqueueSurely(*entries, entry);
     return true;
 }
 

@@ -93,7 +93,8 @@ void Mailbox::close() {
         _closed = true;
     }
     collect();
-    while (nextAttention()) continue;
+    while (nextAttention()) {
+    }
 }
 
 }  // namespace Nubo::Net

@@ -14,7 +14,6 @@
 #include <limits>
 #include <new>
 
-#include "CloseCode.h"
 #include "Descriptor.h"
 #include "FrameDecoder.h"
 #include "FrameEncoder.h"

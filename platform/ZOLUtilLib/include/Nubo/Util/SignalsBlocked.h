@@ -1,8 +1,6 @@
 #ifndef NUBO_UTIL_SIGNALSBLOCKED_H
 #define NUBO_UTIL_SIGNALSBLOCKED_H
 
-#include <pthread.h>
-
 #include <csignal>
 
 namespace Nubo::Util {
